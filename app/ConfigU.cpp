@@ -1,0 +1,10 @@
+#include "ConfigU.h"
+
+TfrmConfig* frmConfig = nullptr;
+
+TfrmConfig::TfrmConfig(QWidget* parent)
+  : QDialog(parent)
+{
+  setObjectName(QStringLiteral("frmConfig"));
+  setWindowTitle(tr("Configuration"));
+}

@@ -1,0 +1,207 @@
+#include "FeedLinkU.h"
+
+#include <QHostAddress>
+#include <QPointer>
+#include <QTcpSocket>
+
+TFeedLink::TFeedLink(QObject* parent)
+  : QObject(parent)
+{
+  FConnectTimer.setSingleShot(true);
+  FConnectTimer.setInterval(ConnectTimeoutMs);
+  connect(&FConnectTimer, &QTimer::timeout, this, &TFeedLink::Failed);
+
+  FSettleTimer.setSingleShot(true);
+  FSettleTimer.setInterval(SettleAfterConnectMs);
+  connect(&FSettleTimer, &QTimer::timeout, this, [this] {
+    FConnecting = false;
+    FActive = true;
+    FPaused = false;
+    Q_EMIT OnActiveChanged(true);
+    SendPending();
+    ProcessFrames();
+  });
+
+  FContinue.setSingleShot(true);
+  FContinue.setInterval(0);
+  connect(&FContinue, &QTimer::timeout, this, &TFeedLink::ProcessFrames);
+
+  FSendTimer.setSingleShot(true);
+  FSendTimer.setInterval(0);
+  connect(&FSendTimer, &QTimer::timeout, this, &TFeedLink::SendPending);
+}
+
+TFeedLink::~TFeedLink() = default;
+
+QString TFeedLink::FrameText(const QByteArray& raw)
+{
+  QString text(raw.size(), Qt::Uninitialized);
+  for (qsizetype i = 0; i < raw.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(raw[i]);
+    text[i] = byte < 0x80 ? QChar(byte) : QLatin1Char('?');
+  }
+  return text;
+}
+
+QByteArray TFeedLink::OutboundBytes(const QString& text)
+{
+  QByteArray bytes;
+  bytes.reserve(text.size() + 3);
+  for (QChar c : text)
+    bytes.append(c.unicode() < 0x80 ? static_cast<char>(c.unicode()) : '?');
+  // The text gets a carriage return, and writing it as a line adds CR LF.
+  bytes.append("\r\r\n");
+  return bytes;
+}
+
+void TFeedLink::Run()
+{
+  if (FActive || FConnecting)
+    return;
+  FConnecting = true;
+  FBuffer.clear();
+  FSocket = new QTcpSocket(this);
+  connect(FSocket, &QTcpSocket::connected, this, &TFeedLink::Connected);
+  connect(FSocket, &QTcpSocket::errorOccurred, this, &TFeedLink::Failed);
+  connect(FSocket, &QTcpSocket::readyRead, this, &TFeedLink::ReadAvailable);
+  FSocket->connectToHost(QHostAddress(QHostAddress::LocalHost), static_cast<quint16>(FPort));
+  FConnectTimer.start();
+}
+
+void TFeedLink::Connected()
+{
+  FConnectTimer.stop();
+  FSettleTimer.start();
+}
+
+void TFeedLink::Failed()
+{
+  const bool wasActive = FActive;
+  Drop();
+  if (wasActive)
+    Q_EMIT OnActiveChanged(false);
+}
+
+void TFeedLink::Drop()
+{
+  FConnectTimer.stop();
+  FSettleTimer.stop();
+  FContinue.stop();
+  FConnecting = false;
+  FActive = false;
+  FPaused = false;
+  FBuffer.clear();
+  ++FGeneration;
+  if (FSocket) {
+    QTcpSocket* socket = FSocket;
+    FSocket = nullptr;
+    socket->disconnect(this);
+    socket->disconnectFromHost(); // lets bytes already written leave
+    socket->deleteLater();
+  }
+}
+
+void TFeedLink::SetActive(bool active)
+{
+  if (active == FActive)
+    return;
+  if (!active) {
+    Failed();
+    return;
+  }
+  // Only a connection makes the link active.
+}
+
+void TFeedLink::SetPaused(bool paused)
+{
+  FPaused = paused;
+  if (!paused) {
+    SendPending();
+    ProcessFrames();
+  }
+}
+
+void TFeedLink::SetOutMessage(const QString& text)
+{
+  FOutMessage = text;
+  ScheduleSend();
+}
+
+void TFeedLink::ScheduleSend()
+{
+  if (!FSendTimer.isActive())
+    FSendTimer.start();
+}
+
+void TFeedLink::SendPending()
+{
+  if (!FActive || FPaused || FDelivering || !FSocket || FOutMessage.isEmpty())
+    return;
+  FOutMessage = FOutMessage.trimmed();
+  FSocket->write(OutboundBytes(FOutMessage));
+  FSocket->flush();
+  FOutMessage.clear();
+}
+
+void TFeedLink::FlushOutMessage(int waitMs)
+{
+  FSendTimer.stop();
+  SendPending();
+  if (FSocket && FSocket->bytesToWrite() > 0)
+    FSocket->waitForBytesWritten(waitMs);
+}
+
+void TFeedLink::ReadAvailable()
+{
+  if (!FSocket)
+    return;
+  FBuffer += FSocket->readAll();
+  ProcessFrames();
+}
+
+void TFeedLink::ProcessFrames()
+{
+  if (FDelivering)
+    return; // the frame in hand finishes first; its caller goes on afterwards
+  while (FActive && !FPaused) {
+    qsizetype end = FBuffer.indexOf('\r');
+    if (end < 0 && FSocket && FSocket->bytesAvailable() > 0) {
+      // The socket does not signal again for bytes that came while a frame was handled.
+      FBuffer += FSocket->readAll();
+      end = FBuffer.indexOf('\r');
+    }
+    if (end < 0) {
+      if (FBuffer.size() > MaxFrameLength)
+        Failed();
+      return;
+    }
+    if (end > MaxFrameLength) {
+      Failed();
+      return;
+    }
+    const QString text = FrameText(FBuffer.left(end)).trimmed();
+    FBuffer.remove(0, end + 1);
+    if (text.isEmpty() || !OnTCPDataReceived)
+      continue;
+
+    const QPointer<TFeedLink> self(this);
+    const quint64 generation = FGeneration;
+    FDelivering = true;
+    try {
+      OnTCPDataReceived(text);
+    } catch (...) {
+      // The handler reports its own failures; anything else must not end the link's owner.
+    }
+    if (!self)
+      return;
+    FDelivering = false;
+    if (generation != FGeneration)
+      return; // the link went down while the frame was handled
+    SendPending();
+    // One frame per pass of the event loop, so that what the frame did to
+    // the window settles before the next one is read.
+    if (!FContinue.isActive())
+      FContinue.start();
+    return;
+  }
+}

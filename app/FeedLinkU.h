@@ -1,0 +1,85 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QTimer>
+#include <functional>
+
+class QTcpSocket;
+
+// The link to the parent program: a TCP client to 127.0.0.1 that takes
+// frames ended by a carriage return and sends short texts ended by
+// CR CR LF. It runs on the main thread on socket events, so an idle link
+// costs nothing. Frames are handed over one at a time in arrival order,
+// each to its end before the next, also when the handler opens a nested
+// event loop (a message box); while one is handled nothing is read or sent.
+class TFeedLink : public QObject
+{
+  Q_OBJECT
+
+public:
+  static constexpr int MaxFrameLength = 16384;
+  static constexpr int ConnectTimeoutMs = 5000;
+  static constexpr int SettleAfterConnectMs = 300;
+
+  explicit TFeedLink(QObject* parent = nullptr);
+  ~TFeedLink() override;
+
+  void SetPort(int port) { FPort = port; }
+  int Port() const { return FPort; }
+
+  // Starts one connection attempt and returns at once; does nothing while
+  // an attempt is under way or the link is up. A failed attempt is silent.
+  void Run();
+
+  // Up: connected and exchanging frames. Clearing it drops the link.
+  bool Active() const { return FActive; }
+  void SetActive(bool active);
+
+  // While paused the link neither reads nor writes; frames wait in the socket.
+  bool Paused() const { return FPaused; }
+  void SetPaused(bool paused);
+
+  // The one outbound slot: the last text assigned before the link takes it
+  // is the one that leaves, a few milliseconds later, while the link is up.
+  QString OutMessage() const { return FOutMessage; }
+  void SetOutMessage(const QString& text);
+  // Sends the slot now if the link can, waiting up to `waitMs` for the bytes to leave.
+  void FlushOutMessage(int waitMs);
+
+  bool Connecting() const { return FConnecting; }
+
+  // Receives each trimmed, non-empty frame.
+  std::function<void(const QString&)> OnTCPDataReceived;
+
+  // Wire forms: bytes above 0x7F become "?" both ways.
+  static QString FrameText(const QByteArray& raw);
+  static QByteArray OutboundBytes(const QString& text);
+
+Q_SIGNALS:
+  void OnActiveChanged(bool active);
+
+private:
+  void Connected();
+  void Failed();
+  void Drop();
+  void ReadAvailable();
+  void ProcessFrames();
+  void SendPending();
+  void ScheduleSend();
+
+  int FPort = 3300;
+  bool FActive = false;
+  bool FPaused = false;
+  bool FConnecting = false;
+  bool FDelivering = false;
+  quint64 FGeneration = 0; // bumped whenever a socket is dropped
+  QString FOutMessage;
+  QByteArray FBuffer;
+  QTcpSocket* FSocket = nullptr; // child of this; dropped sockets are deleted later
+  QTimer FConnectTimer;
+  QTimer FSettleTimer;
+  QTimer FSendTimer;
+  QTimer FContinue;
+};

@@ -1,0 +1,107 @@
+// Mapwright: the map window of the Kestrel accountability programs.
+// Usage: mapwright CONFIGDIR MODE [LATITUDE LONGITUDE]
+
+#include "AzureMapKeyU.h"
+#include "BingMapKeyU.h"
+#include "BuildCacheU.h"
+#include "ConfigU.h"
+#include "DialogsU.h"
+#include "ErrorsU.h"
+#include "GPSImageLegend.h"
+#include "ImportLayerU.h"
+#include "LayersU.h"
+#include "MainU.h"
+#include "MarkersU.h"
+#include "SingleInstanceU.h"
+
+#include <QApplication>
+#include <QNetworkProxyFactory>
+#include <memory>
+
+namespace
+{
+// Anything that escapes a handler ends in one plain box, and the program goes on.
+class TApplication : public QApplication
+{
+public:
+  using QApplication::QApplication;
+
+  bool notify(QObject* receiver, QEvent* event) override
+  {
+    try {
+      return QApplication::notify(receiver, event);
+    } catch (const EMapwrightError& e) {
+      Dialogs::Get().ShowMessage(e.Message());
+    } catch (const std::exception& e) {
+      Dialogs::Get().ShowMessage(QString::fromLocal8Bit(e.what()));
+    }
+    return false;
+  }
+};
+}
+
+int main(int argc, char* argv[])
+{
+  TApplication app(argc, argv);
+  QApplication::setApplicationName(QStringLiteral("Mapwright"));
+  QApplication::setApplicationVersion(QStringLiteral(MAPWRIGHT_VERSION));
+  QApplication::setApplicationDisplayName(QStringLiteral("Mapwright"));
+  // The window ends the program when it closes, not when the last window goes.
+  QApplication::setQuitOnLastWindowClosed(false);
+  QNetworkProxyFactory::setUseSystemConfiguration(true);
+
+  if (qgetenv(Dialogs::EnvironmentVariable) == "stderr")
+    Dialogs::Set(std::make_unique<TStderrDialogs>());
+
+  TSingleInstance instance;
+  if (!instance.Claim())
+    return 0;
+
+  QStringList arguments = QApplication::arguments();
+  arguments.removeFirst();
+
+  // Created once, in this order, and kept until the process ends.
+  auto main = std::make_unique<TfrmMain>(arguments);
+  auto layers = std::make_unique<TfrmLayers>();
+  frmLayers = layers.get();
+  auto importLayer = std::make_unique<TfrmImportLayer>();
+  frmImportLayer = importLayer.get();
+  auto markers = std::make_unique<TfrmMarkers>();
+  frmMarkers = markers.get();
+  auto bingKey = std::make_unique<TBingMapsKeyDialog>();
+  BingMapsKeyDialog = bingKey.get();
+  auto config = std::make_unique<TfrmConfig>();
+  frmConfig = config.get();
+  auto legend = std::make_unique<TFormGPSImageLegend>();
+  FormGPSImageLegend = legend.get();
+  auto buildCache = std::make_unique<TfrmBuildCache>();
+  frmBuildCache = buildCache.get();
+  auto azureKey = std::make_unique<TAzureMapsKeyDialog>();
+  AzureMapsKeyDialog = azureKey.get();
+
+  if (main->TerminateRequested())
+    return 0;
+
+  QObject::connect(&instance, &TSingleInstance::OnActivateRequested, main.get(), [form = main.get()] {
+    if (form->isMinimized())
+      form->showNormal();
+    form->show();
+    form->raise();
+    form->activateWindow();
+  });
+  QObject::connect(main.get(), &TfrmMain::OnClosed, &app, &QCoreApplication::quit, Qt::QueuedConnection);
+
+  main->show();
+  const int code = QApplication::exec();
+
+  // Forms that refer to each other go before the globals that point at them.
+  AzureMapsKeyDialog = nullptr;
+  frmBuildCache = nullptr;
+  FormGPSImageLegend = nullptr;
+  frmConfig = nullptr;
+  BingMapsKeyDialog = nullptr;
+  frmMarkers = nullptr;
+  frmImportLayer = nullptr;
+  frmLayers = nullptr;
+  return code;
+}

@@ -1,0 +1,331 @@
+// The real mapwright process against a parent written here, on loopback.
+// Each run gets its own configuration and runtime directory, so the
+// single-instance rule never couples two tests.
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace
+{
+const QByteArray Minimize = "<KestrelMapData><System><C COMMAND=\"MINIMIZE\"/></System></KestrelMapData>";
+const QByteArray Restore = "<KestrelMapData><System><C COMMAND=\"RESTORE\"/></System></KestrelMapData>";
+const QByteArray Shutdown = "<KestrelMapData><System><C COMMAND=\"SHUTDOWN\"/></System></KestrelMapData>";
+
+struct TMessage
+{
+  qint64 AtMs;
+  QByteArray Text;
+};
+
+// A parent program: listens, launches mapwright, and splits what it
+// receives into messages at the CR CR LF ending.
+class TParent
+{
+public:
+  QTemporaryDir Config;
+  QTemporaryDir Runtime;
+  QTcpServer Server;
+  std::unique_ptr<QTcpSocket> Peer;
+  QProcess Process;
+  QByteArray Raw;
+  QList<TMessage> Messages;
+  QElapsedTimer Clock;
+  int Connections = 0;
+
+  TParent()
+  {
+    Server.listen(QHostAddress::LocalHost);
+    Clock.start();
+  }
+
+  QString IniPath() const { return Config.filePath(QStringLiteral("Maps/Mapwright.ini")); }
+
+  void WriteIni(const QByteArray& extra)
+  {
+    QDir(Config.path()).mkpath(QStringLiteral("Maps"));
+    QFile file(IniPath());
+    file.open(QIODevice::WriteOnly);
+    file.write("[Startup]\r\nTCPPort=" + QByteArray::number(Server.serverPort()) + "\r\n" + extra);
+  }
+
+  static QProcessEnvironment Environment(const QString& runtimeDir)
+  {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    env.insert(QStringLiteral("MAPWRIGHT_DIALOGS"), QStringLiteral("stderr"));
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtimeDir);
+    // The internet probe goes to a closed local port, never out.
+    for (const char* name : {"http_proxy", "https_proxy", "HTTP_PROXY", "HTTPS_PROXY", "all_proxy"})
+      env.insert(QLatin1String(name), QStringLiteral("http://127.0.0.1:9"));
+    env.remove(QStringLiteral("no_proxy"));
+    env.remove(QStringLiteral("NO_PROXY"));
+    return env;
+  }
+
+  void Start(const QStringList& args)
+  {
+    Process.setProcessEnvironment(Environment(Runtime.path()));
+    Process.setWorkingDirectory(Config.path());
+    Process.start(QStringLiteral(MAPWRIGHT_EXE), args);
+  }
+
+  bool WaitForPeer(int ms = 10000)
+  {
+    if (!Server.waitForNewConnection(ms))
+      return false;
+    Peer.reset(Server.nextPendingConnection());
+    ++Connections;
+    return true;
+  }
+
+  void Send(const QByteArray& bytes)
+  {
+    Peer->write(bytes);
+    Peer->flush();
+  }
+
+  void Pump()
+  {
+    if (!Peer)
+      return;
+    Raw += Peer->readAll();
+    qsizetype end;
+    while ((end = Raw.indexOf("\r\r\n")) >= 0) {
+      Messages.append({Clock.elapsed(), Raw.left(end)});
+      Raw.remove(0, end + 3);
+    }
+  }
+
+  bool WaitForMessages(int count, int ms = 5000)
+  {
+    return QTest::qWaitFor([&] {
+      Pump();
+      return Messages.size() >= count;
+    }, ms);
+  }
+
+  QList<QByteArray> Texts() const
+  {
+    QList<QByteArray> texts;
+    for (const TMessage& m : Messages)
+      texts << m.Text;
+    return texts;
+  }
+
+  QByteArray StandardError() { return Process.readAllStandardError(); }
+
+  bool Finish(int ms = 10000)
+  {
+    if (Peer && Peer->state() == QAbstractSocket::ConnectedState)
+      Send(Shutdown + "\r");
+    return Process.waitForFinished(ms);
+  }
+
+  ~TParent()
+  {
+    if (Process.state() != QProcess::NotRunning) {
+      Process.kill();
+      Process.waitForFinished(3000);
+    }
+  }
+};
+
+// Counts the renames of one file into its folder: one per completed save.
+class TSaveCounter
+{
+public:
+  TSaveCounter(const QString& dir, QByteArray name)
+    : FName(std::move(name))
+  {
+    FFd = inotify_init1(IN_NONBLOCK);
+    inotify_add_watch(FFd, QFile::encodeName(dir).constData(), IN_MOVED_TO | IN_CLOSE_WRITE);
+  }
+  ~TSaveCounter() { ::close(FFd); }
+
+  int Count()
+  {
+    alignas(inotify_event) char buffer[4096];
+    ssize_t n;
+    while ((n = ::read(FFd, buffer, sizeof buffer)) > 0) {
+      for (char* p = buffer; p < buffer + n;) {
+        const auto* event = reinterpret_cast<const inotify_event*>(p);
+        const bool isFile = event->len > 0 && FName == event->name;
+        // A rename into place, or a write straight to the file, is one save.
+        if (isFile && (event->mask & (IN_MOVED_TO | IN_CLOSE_WRITE)))
+          ++FCount;
+        p += sizeof(inotify_event) + event->len;
+      }
+    }
+    return FCount;
+  }
+
+private:
+  int FFd = -1;
+  int FCount = 0;
+  QByteArray FName;
+};
+}
+
+class TestProcess : public QObject
+{
+  Q_OBJECT
+
+private Q_SLOTS:
+  // Pulses leave as the exact bytes every five seconds; SHUTDOWN closes the
+  // window and saves the INI once, with the two feature switches swapped.
+  void pulsesAndShutdown()
+  {
+    TParent parent;
+    parent.WriteIni("StartZoom=12\r\n; kept comment\r\nMyKey=kept\r\n[Features]\r\nManageLayers=1\r\n"
+                    "ManageMarkers=0\r\n[Elsewhere]\r\nOther=1\r\n");
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    const qint64 connectedAt = parent.Clock.elapsed();
+    QVERIFY(parent.WaitForMessages(2, 12000));
+    QTest::qWait(200);
+    parent.Pump();
+    QCOMPARE(parent.Texts(), QList<QByteArray>({"Pulse", "Pulse"}));
+    const qint64 first = parent.Messages[0].AtMs - connectedAt;
+    const qint64 gap = parent.Messages[1].AtMs - parent.Messages[0].AtMs;
+    QVERIFY2(first > 4000 && first < 6500, QByteArray::number(first));
+    QVERIFY2(gap > 4400 && gap < 5600, QByteArray::number(gap));
+
+    TSaveCounter saves(parent.Config.filePath(QStringLiteral("Maps")), "Mapwright.ini");
+    // Twice in one frame: the window closes once.
+    parent.Send(QByteArray(Shutdown).replace("</System>", "<C COMMAND=\"SHUTDOWN\"/></System>") + "\r");
+    QVERIFY(parent.Process.waitForFinished(10000));
+    QCOMPARE(parent.Process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(parent.Process.exitCode(), 0);
+    QCOMPARE(saves.Count(), 1);
+
+    QFile file(parent.IniPath());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray ini = file.readAll();
+    QVERIFY(ini.contains("ManageLayers=0\r\nManageMarkers=1\r\n"));
+    QVERIFY(ini.contains("StartZoom=12\r\n"));
+    QVERIFY(ini.contains("; kept comment\r\nMyKey=kept\r\n"));
+    QVERIFY(ini.contains("[Elsewhere]\r\nOther=1"));
+    QVERIFY(ini.contains("TCPPort=" + QByteArray::number(parent.Server.serverPort())));
+  }
+
+  // Frames end at a CR only: split frames are taken once, two in a segment
+  // as two, CR LF endings work, and a bad frame gets one message.
+  void framing()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("Test")});
+    QVERIFY(parent.WaitForPeer());
+    QTest::qWait(400); // the link settles before it reads
+
+    const QByteArray frame = Minimize + "\r";
+    parent.Send(frame.left(20));
+    QTest::qWait(150);
+    parent.Send(frame.mid(20, 30));
+    QTest::qWait(150);
+    parent.Send(frame.mid(50));
+    QVERIFY(parent.WaitForMessages(1));
+
+    parent.Send(Restore + "\r" + Minimize + "\r");
+    QVERIFY(parent.WaitForMessages(3));
+    parent.Send(Restore + "\r\n" + Minimize + "\r\n");
+    QVERIFY(parent.WaitForMessages(5));
+    parent.Send("\n" + Restore + "\n");
+    QTest::qWait(300);
+    parent.Pump();
+    QCOMPARE(parent.Texts().join(","), QByteArray("Minimized,Normal,Minimized,Normal,Minimized")); // a line feed does not end a frame
+    parent.Send("\r");
+    QVERIFY(parent.WaitForMessages(6));
+    QCOMPARE(parent.Texts(),
+             QList<QByteArray>({"Minimized", "Normal", "Minimized", "Normal", "Minimized", "Normal"}));
+
+    const QByteArray bad = "<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"x1\" LON=\"2\" FIXRADIUS=\"3\"/>"
+                           "</LiveMarkers></KestrelMapData>\r";
+    parent.Send(bad.left(10));
+    QTest::qWait(100);
+    parent.Send(bad.mid(10, 40));
+    QTest::qWait(100);
+    parent.Send(bad.mid(50) + "<not xml\r");
+    QByteArray errors;
+    QVERIFY(QTest::qWaitFor([&] {
+      errors += parent.StandardError();
+      return errors.count("mapwright: message: ") >= 2;
+    }, 3000));
+    QVERIFY(parent.Finish());
+    errors += parent.StandardError();
+    QCOMPARE(errors.count("mapwright: message: 'x1' is not a valid floating point value\n"), 1);
+    QCOMPARE(errors.count("mapwright: message: "), 2);
+    QCOMPARE(parent.Process.exitCode(), 0);
+  }
+
+  // An overlong frame drops the link; RunTime comes back within about five seconds.
+  void overlongFrameReconnects()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    QTest::qWait(400);
+    parent.Send(QByteArray(16385, 'x'));
+    QVERIFY(QTest::qWaitFor([&] { return parent.Peer->state() == QAbstractSocket::UnconnectedState; }, 3000));
+    QElapsedTimer down;
+    down.start();
+    QVERIFY(parent.WaitForPeer(8000));
+    QVERIFY2(down.elapsed() < 6500, QByteArray::number(down.elapsed()));
+    QTest::qWait(400);
+    parent.Send(Minimize + "\r");
+    QVERIFY(parent.WaitForMessages(1));
+    QCOMPARE(parent.Texts().last(), QByteArray("Minimized"));
+    QVERIFY(parent.Finish());
+  }
+
+  // Without arguments: the launch message, exit 0, and nothing written.
+  void noArguments()
+  {
+    TParent parent;
+    parent.Start({});
+    QVERIFY(parent.Process.waitForFinished(15000));
+    QCOMPARE(parent.Process.exitCode(), 0);
+    QCOMPARE(parent.StandardError().count(
+               "mapwright: message: Mapwright Can Only Be Launched From Kestrel Accountability Programs!\n"),
+             1);
+    QVERIFY(QDir(parent.Config.path()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
+    QCOMPARE(parent.Connections, 0);
+  }
+
+  // A second start asks the first to come to the front and ends with 0.
+  void secondInstance()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    QTest::qWait(400);
+    parent.Send(Minimize + "\r");
+    QVERIFY(parent.WaitForMessages(1));
+
+    QProcess second;
+    second.setProcessEnvironment(TParent::Environment(parent.Runtime.path()));
+    second.start(QStringLiteral(MAPWRIGHT_EXE), {parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(second.waitForFinished(10000));
+    QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(second.exitCode(), 0);
+    QVERIFY(parent.WaitForMessages(2));
+    QCOMPARE(parent.Texts(), QList<QByteArray>({"Minimized", "Normal"}));
+    QVERIFY(!parent.Server.hasPendingConnections());
+    QVERIFY(parent.Finish());
+    QCOMPARE(parent.Process.exitCode(), 0);
+  }
+};
+
+QTEST_GUILESS_MAIN(TestProcess)
+#include "tst_process.moc"

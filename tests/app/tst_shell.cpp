@@ -1,0 +1,497 @@
+// The shell in process: the feed link against a loopback parent, and the
+// main window's start-up, modes and frame handling.
+
+#include "ClockU.h"
+#include "DialogsU.h"
+#include "FeedLinkU.h"
+#include "GlobalsU.h"
+#include "InternetProbeU.h"
+#include "MainU.h"
+#include "MapStandInU.h"
+
+#include <QCheckBox>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStatusBar>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace
+{
+// A parent on loopback that takes one connection and keeps what it receives.
+class TLoopbackParent
+{
+public:
+  TLoopbackParent() { QVERIFY(FServer.listen(QHostAddress::LocalHost)); }
+
+  int Port() const { return FServer.serverPort(); }
+
+  bool WaitForPeer(int ms = 3000)
+  {
+    if (!FPeer && FServer.waitForNewConnection(ms))
+      FPeer.reset(FServer.nextPendingConnection());
+    return FPeer != nullptr;
+  }
+
+  void Send(const QByteArray& bytes)
+  {
+    FPeer->write(bytes);
+    FPeer->flush();
+  }
+
+  QByteArray Received() const { return FPeer ? FReceived + FPeer->readAll() : FReceived; }
+
+  // Pumps events until the peer has sent `bytes` in all.
+  bool WaitForBytes(qsizetype count, int ms = 3000)
+  {
+    return QTest::qWaitFor([&] {
+      if (FPeer)
+        FReceived += FPeer->readAll();
+      return FReceived.size() >= count;
+    }, ms);
+  }
+
+  QByteArray FReceived;
+  QTcpServer FServer;
+  std::unique_ptr<QTcpSocket> FPeer;
+};
+
+QString WriteIni(const QTemporaryDir& dir, const QString& text)
+{
+  QDir(dir.path()).mkpath(QStringLiteral("Maps"));
+  QFile file(dir.filePath(QStringLiteral("Maps/Mapwright.ini")));
+  if (file.open(QIODevice::WriteOnly))
+    file.write(text.toUtf8());
+  return dir.path();
+}
+
+const QString MinimizeFrame = QStringLiteral("<KestrelMapData><System><C COMMAND=\"MINIMIZE\"/></System></KestrelMapData>");
+}
+
+class TestShell : public QObject
+{
+  Q_OBJECT
+
+  TRecordingDialogs* FDialogs = nullptr;
+
+  std::unique_ptr<TfrmMain> MakeForm(const QStringList& args)
+  {
+    auto form = std::make_unique<TfrmMain>(args);
+    return form;
+  }
+
+private Q_SLOTS:
+  void initTestCase()
+  {
+    InternetProbe::SetProbe([] { return false; });
+  }
+
+  void init()
+  {
+    auto dialogs = std::make_unique<TRecordingDialogs>();
+    FDialogs = dialogs.get();
+    Dialogs::Set(std::move(dialogs));
+  }
+
+  void cleanup()
+  {
+    Clock::Set(nullptr);
+    QLocale::setDefault(QLocale::c());
+  }
+
+  void outboundWireForm()
+  {
+    QCOMPARE(TFeedLink::OutboundBytes(QStringLiteral("Pulse")), QByteArray::fromHex("50756C73650D0D0A"));
+    QCOMPARE(TFeedLink::OutboundBytes(QStringLiteral("Z\u00FCrich")), QByteArray("Z?rich\r\r\n"));
+    QCOMPARE(TFeedLink::FrameText(QByteArray("a\xC3\xA9z")), QStringLiteral("a??z"));
+  }
+
+  // Frames are cut at CR only, trimmed, empty ones dropped; the slot keeps
+  // the last text assigned and sends it once.
+  void linkFramingAndSlot()
+  {
+    TLoopbackParent parent;
+    TFeedLink link;
+    QStringList frames;
+    link.OnTCPDataReceived = [&](const QString& text) { frames << text; };
+    link.SetPort(parent.Port());
+    link.Run();
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(link.Active());
+
+    parent.Send("  one  \r\r\n\r two\nstill two\r three");
+    QTRY_COMPARE(frames.size(), 2);
+    QCOMPARE(frames, QStringList({QStringLiteral("one"), QStringLiteral("two\nstill two")}));
+    parent.Send("\r");
+    QTRY_COMPARE(frames.size(), 3);
+    QCOMPARE(frames.last(), QStringLiteral("three"));
+
+    link.SetOutMessage(QStringLiteral("Pulse"));
+    link.SetOutMessage(QStringLiteral(" <GetModeCoordinates LAT=\"1\" LON=\"2\"></GetModeCoordinates> "));
+    QVERIFY(parent.WaitForBytes(55));
+    QTest::qWait(50);
+    QCOMPARE(parent.Received(), QByteArray("<GetModeCoordinates LAT=\"1\" LON=\"2\"></GetModeCoordinates>\r\r\n"));
+    QVERIFY(link.OutMessage().isEmpty());
+  }
+
+  // A handler that opens a nested event loop (a message box) finishes before
+  // the next frame is handed over, and nothing is sent meanwhile.
+  void linkHoldsFramesDuringNestedLoop()
+  {
+    TLoopbackParent parent;
+    TFeedLink link;
+    QStringList events;
+    int depth = 0;
+    link.OnTCPDataReceived = [&](const QString& text) {
+      events << QStringLiteral("begin %1 at depth %2").arg(text).arg(depth);
+      ++depth;
+      if (text == QLatin1String("first")) {
+        link.SetOutMessage(QStringLiteral("Pulse"));
+        parent.Send("second\r");
+        QEventLoop box;
+        QTimer::singleShot(300, &box, &QEventLoop::quit);
+        box.exec();
+        events << QStringLiteral("sent during box: %1").arg(parent.Received().size());
+      }
+      --depth;
+      events << QStringLiteral("end ") + text;
+    };
+    link.SetPort(parent.Port());
+    link.Run();
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(link.Active());
+    parent.Send("first\r");
+    QTRY_COMPARE(events.size(), 5);
+    QCOMPARE(events, QStringList({QStringLiteral("begin first at depth 0"), QStringLiteral("sent during box: 0"),
+                                  QStringLiteral("end first"), QStringLiteral("begin second at depth 0"),
+                                  QStringLiteral("end second")}));
+    QVERIFY(parent.WaitForBytes(8));
+    QCOMPARE(parent.Received(), QByteArray("Pulse\r\r\n"));
+  }
+
+  // Overlong input drops the link; exactly the limit is still a frame.
+  void linkFrameLimit()
+  {
+    TLoopbackParent parent;
+    TFeedLink link;
+    int frames = 0;
+    link.OnTCPDataReceived = [&](const QString&) { ++frames; };
+    link.SetPort(parent.Port());
+    link.Run();
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(link.Active());
+    parent.Send(QByteArray(TFeedLink::MaxFrameLength, 'x') + "\r");
+    QTRY_COMPARE(frames, 1);
+    QVERIFY(link.Active());
+    parent.Send(QByteArray(TFeedLink::MaxFrameLength + 1, 'y'));
+    QTRY_VERIFY(!link.Active());
+    QCOMPARE(frames, 1);
+    QTRY_COMPARE(parent.FPeer->state(), QAbstractSocket::UnconnectedState);
+
+    // A refused connection is silent and leaves the link down.
+    const int port = parent.Port();
+    parent.FServer.close();
+    link.SetPort(port);
+    link.Run();
+    QTRY_VERIFY(!link.Connecting());
+    QVERIFY(!link.Active());
+  }
+
+  // The fixture's reports reach the store with their values; the INIT report
+  // takes the top strip and the status bar.
+  void reportsReachTheStore()
+  {
+    QTemporaryDir dir;
+    auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Test")});
+    form->btnTestMarkersClick();
+    QVERIFY(FDialogs->Messages.isEmpty());
+    QCOMPARE(form->Map->PersonCount(), 3);
+    const TLiveMarkerReport* alex = form->Map->FindPerson(QStringLiteral("20-01"));
+    QVERIFY(alex);
+    QCOMPARE(alex->Name, QStringLiteral("ALEX"));
+    QCOMPARE(alex->Location, QStringLiteral("[0001] Dispatch Office"));
+    QCOMPARE(alex->Status, QStringLiteral("ON"));
+    QCOMPARE(alex->Lat, 41.313296);
+    QCOMPARE(alex->Lon, -80.339481);
+    QCOMPARE(alex->FixStatus, QStringLiteral("GOOD"));
+    QCOMPARE(alex->Radius, 10);
+    QVERIFY(alex->Init);
+    const TLiveMarkerReport* dana = form->Map->FindPerson(QStringLiteral("20-03"));
+    QVERIFY(dana && !dana->Init && dana->Radius == 50 && dana->Lon == -80.3396);
+
+    QCOMPARE(form->CurrentUserID, QStringLiteral("20-01"));
+    QCOMPARE(form->lblID->text(), QStringLiteral("20-01"));
+    QCOMPARE(form->lblName->text(), QStringLiteral("ALEX"));
+    QCOMPARE(form->lblLocation->text(), QStringLiteral("[0001] Dispatch Office"));
+    QCOMPARE(form->StatusBarPanel1->text(), QStringLiteral("Fix Status: GOOD"));
+    QVERIFY(form->btnLocators->isEnabled());
+
+    // A report for the selected person whose location has no locator.
+    form->TCPDataReceived(QStringLiteral(
+      "<KestrelMapData><LiveMarkers><M ID=\"20-01\" NAME=\"ALEX\" LOCATION=\"[0000] NS\" STATUS=\"EVAC\" LAT=\"41.3\" "
+      "LON=\"-80.3\" FIXSTATUS=\"No Fix\" FIXRADIUS=\"0x10\"/></LiveMarkers></KestrelMapData>"));
+    QVERIFY(FDialogs->Messages.isEmpty());
+    QVERIFY(!form->btnLocators->isEnabled());
+    QCOMPARE(form->StatusBarPanel1->text(), QStringLiteral("Fix Status: No Fix"));
+    QCOMPARE(form->Map->FindPerson(QStringLiteral("20-01"))->Radius, 16);
+    QCOMPARE(form->Map->PersonCount(), 3);
+  }
+
+  // The first report of a run selects itself; "true" in small letters is false.
+  void initRules()
+  {
+    QTemporaryDir dir;
+    auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Test")});
+    const QString frame = QStringLiteral(
+      "<KestrelMapData><LiveMarkers>"
+      "<M ID=\"A\" LAT=\"1\" LON=\"2\" FIXRADIUS=\"3\" INIT=\"FALSE\"/>"
+      "<M ID=\"B\" LAT=\"1\" LON=\"2\" FIXRADIUS=\"3\" INIT=\"true\"/>"
+      "<M ID=\"A\" NAME=\"again\" LAT=\"1\" LON=\"2\" FIXRADIUS=\"3\"/>"
+      "</LiveMarkers></KestrelMapData>");
+    form->TCPDataReceived(frame);
+    QCOMPARE(form->CurrentUserID, QStringLiteral("A"));
+    QCOMPARE(form->Map->PersonCount(), 2);
+    QCOMPARE(form->Map->FindPerson(QStringLiteral("A"))->Name, QStringLiteral("again"));
+    QCOMPARE(form->lblName->text(), QStringLiteral("again"));
+  }
+
+  void badFramesGetTheirMessages_data()
+  {
+    QTest::addColumn<QString>("frame");
+    QTest::addColumn<QString>("message");
+    QTest::addColumn<int>("applied");
+    QTest::newRow("not xml") << QStringLiteral("hello") << QString() << 0;
+    QTest::newRow("other root") << QStringLiteral("<Other><LiveMarkers/></Other>")
+                                << QStringLiteral("Node \"KestrelMapData\" not found") << 0;
+    QTest::newRow("bad LAT after a good report")
+      << QStringLiteral("<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"1\" LON=\"2\" FIXRADIUS=\"3\"/>"
+                        "<M ID=\"2\" LAT=\"4x\" LON=\"2\" FIXRADIUS=\"3\"/><M ID=\"3\" LAT=\"1\" LON=\"2\" "
+                        "FIXRADIUS=\"3\"/></LiveMarkers></KestrelMapData>")
+      << QStringLiteral("'4x' is not a valid floating point value") << 1;
+    QTest::newRow("missing LON") << QStringLiteral("<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"1\" FIXRADIUS=\"3\"/>"
+                                                   "</LiveMarkers></KestrelMapData>")
+                                 << QStringLiteral("'' is not a valid floating point value") << 0;
+    QTest::newRow("decimal FIXRADIUS") << QStringLiteral("<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"1\" LON=\"2\" "
+                                                         "FIXRADIUS=\"2.5\"/></LiveMarkers></KestrelMapData>")
+                                       << QStringLiteral("'2.5' is not a valid integer value") << 0;
+    QTest::newRow("empty live markers") << QStringLiteral("<KestrelMapData><LiveMarkers/></KestrelMapData>")
+                                        << QString() << 0;
+  }
+
+  void badFramesGetTheirMessages()
+  {
+    QFETCH(QString, frame);
+    QFETCH(QString, message);
+    QFETCH(int, applied);
+    QTemporaryDir dir;
+    auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Config")});
+    FDialogs->Messages.clear();
+    form->TCPDataReceived(frame);
+    QCOMPARE(form->Map->PersonCount(), applied);
+    QCOMPARE(form->Map->UpdateCount(), 0); // the update bracket closed
+    if (QTest::currentDataTag() == QLatin1String("not xml")) {
+      QCOMPARE(FDialogs->Messages.size(), 1);
+      QVERIFY(!FDialogs->Messages.first().isEmpty());
+    } else if (message.isEmpty()) {
+      QVERIFY(FDialogs->Messages.isEmpty());
+    } else {
+      QCOMPARE(FDialogs->Messages, QStringList({message}));
+    }
+  }
+
+  // Feed numbers follow the user's locale.
+  void reportInCommaLocale()
+  {
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    QTemporaryDir dir;
+    auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Test")});
+    form->TCPDataReceived(QStringLiteral("<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"41,5\" LON=\"-80,25\" "
+                                         "FIXRADIUS=\"3\"/><M ID=\"2\" LAT=\"41.5\" LON=\"1\" FIXRADIUS=\"3\"/>"
+                                         "</LiveMarkers></KestrelMapData>"));
+    QCOMPARE(form->Map->FindPerson(QStringLiteral("1"))->Lon, -80.25);
+    QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("'41.5' is not a valid floating point value")}));
+  }
+
+  void systemCommands()
+  {
+    QTemporaryDir dir;
+    auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("RunTime")});
+    form->show();
+    form->TCPDataReceived(MinimizeFrame);
+    QVERIFY(form->isMinimized());
+    QCOMPARE(form->Map->PersonCount(), 0);
+    form->TCPDataReceived(QStringLiteral("<KestrelMapData><System><X COMMAND=\"MAXIMIZE\"/></System></KestrelMapData>"));
+    QVERIFY(form->isMaximized());
+    form->TCPDataReceived(QStringLiteral("<KestrelMapData><System><X COMMAND=\"RESTORE\"/><X COMMAND=\"shutdown\"/>"
+                                         "<X/></System></KestrelMapData>"));
+    QVERIFY(!form->isMaximized() && !form->isMinimized());
+    QVERIFY(form->isVisible());
+
+    QSignalSpy closed(form.get(), &TfrmMain::OnClosed);
+    form->TCPDataReceived(QStringLiteral("<KestrelMapData><System><X COMMAND=\"SHUTDOWN\"/><X COMMAND=\"SHUTDOWN\"/>"
+                                         "</System><LiveMarkers><M ID=\"1\" LAT=\"1\" LON=\"2\" FIXRADIUS=\"3\"/>"
+                                         "</LiveMarkers></KestrelMapData>"));
+    QCOMPARE(closed.size(), 1);
+    QVERIFY(!form->isVisible());
+    QCOMPARE(form->Map->PersonCount(), 1); // the frame goes on to its end
+    QVERIFY(!form->PingTimer->isActive());
+  }
+
+  // Every row of the mode table, and a mode word in the wrong case.
+  void modeTable_data()
+  {
+    QTest::addColumn<QString>("mode");
+    // pnlTop, btnLocators, btnTestMarkers, btnConfigure, pnlAutoCenter, pnlGet, btnMarkers, btnLayers, link, timer
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("RunTime") << "RunTime" << "1100101111";
+    QTest::newRow("Config") << "Config" << "0001001110";
+    QTest::newRow("Put") << "Put" << "1000000000";
+    QTest::newRow("Get") << "Get" << "0000010010";
+    QTest::newRow("Test") << "Test" << "1110001110";
+    QTest::newRow("runtime") << "runtime" << "0000001110";
+    QTest::newRow("none") << "" << "0000001110";
+  }
+
+  void modeTable()
+  {
+    QFETCH(QString, mode);
+    QFETCH(QString, expected);
+    QTemporaryDir dir;
+    TLoopbackParent parent;
+    WriteIni(dir, QStringLiteral("[Startup]\nTCPPort=%1\n").arg(parent.Port()));
+    QStringList args{dir.path()};
+    if (!mode.isEmpty())
+      args << mode;
+    auto form = MakeForm(args);
+    const bool linkStarted = form->FeedLink().Connecting() || parent.WaitForPeer(1000);
+    const QList<bool> actual = {!form->pnlTop->isHidden(),        !form->btnLocators->isHidden(),
+                                !form->btnTestMarkers->isHidden(), !form->btnConfigure->isHidden(),
+                                !form->pnlAutoCenter->isHidden(), !form->pnlGet->isHidden(),
+                                !form->btnMarkers->isHidden(),     !form->btnLayers->isHidden(),
+                                linkStarted,                       form->PingTimer->isActive()};
+    QString text;
+    for (bool b : actual)
+      text += b ? QLatin1Char('1') : QLatin1Char('0');
+    QCOMPARE(text, expected);
+    QVERIFY(FDialogs->Messages.isEmpty());
+  }
+
+  void startupArguments()
+  {
+    // No arguments: one message, and the application is asked to end.
+    {
+      auto form = MakeForm({});
+      QVERIFY(form->TerminateRequested());
+      QCOMPARE(FDialogs->Messages,
+               QStringList({QStringLiteral("Mapwright Can Only Be Launched From Kestrel Accountability Programs!")}));
+      QVERIFY(Globals::ConfigDir.isEmpty());
+    }
+    // A directory that is not there: the fallback view, and the mode still counts.
+    {
+      FDialogs->Messages.clear();
+      auto form = MakeForm({QStringLiteral("/nonexistent/place"), QStringLiteral("Test")});
+      QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("Unable to find startup information!")}));
+      QCOMPARE(form->Map->CenterLatitude(), 42.313337);
+      QCOMPARE(form->Map->CenterLongitude(), -81.338731);
+      QCOMPARE(form->Map->ZoomLevel(), 3.0);
+      QVERIFY(form->TestMode);
+      QVERIFY(Globals::ConfigDir.isEmpty());
+      form->close();
+      QVERIFY(!QFile::exists(QStringLiteral("/nonexistent/place")));
+    }
+    // Put with two arguments stands at the INI's start point; the INI defaults are one degree off.
+    {
+      QTemporaryDir dir;
+      auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Put")});
+      QCOMPARE(form->GetPutModeLat, 41.313337);
+      QCOMPARE(form->GetPutModeLon, -80.338731);
+      QCOMPARE(Globals::ConfigDir, QDir::cleanPath(dir.filePath(QStringLiteral("Maps"))));
+      for (const char* sub : {"Maps/Layers", "Maps/MapCache", "Maps/CustomMarkerImages"})
+        QVERIFY2(QFileInfo(dir.filePath(QLatin1String(sub))).isDir(), sub);
+      QVERIFY(!QFileInfo::exists(dir.filePath(QStringLiteral("LocationImages"))));
+      form->show();
+      QCOMPARE(form->edtLatitude->text(), QStringLiteral("41.313337"));
+    }
+    // Get with a blank third argument takes the start point; a bad fourth stops start-up.
+    {
+      QTemporaryDir dir;
+      auto form = MakeForm({WriteIni(dir, QStringLiteral("[Startup]\nStartLat=10.5\n")), QStringLiteral("Get"),
+                            QStringLiteral("  "), QStringLiteral("7.25")});
+      QCOMPARE(form->GetPutModeLat, 10.5);
+      QCOMPARE(form->GetPutModeLon, 7.25);
+      FDialogs->Messages.clear();
+      auto bad = MakeForm({dir.path(), QStringLiteral("Get"), QStringLiteral("1"), QStringLiteral("east")});
+      QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("'east' is not a valid floating point value")}));
+      QVERIFY(!bad->FeedLink().Connecting()); // the rest of start-up was skipped
+    }
+  }
+
+  // Get mode answers with the picked point; the close writes the INI.
+  void getModeDone()
+  {
+    QTemporaryDir dir;
+    TLoopbackParent parent;
+    WriteIni(dir, QStringLiteral("[Startup]\nTCPPort=%1\n").arg(parent.Port()));
+    auto form = MakeForm({dir.path(), QStringLiteral("Get"), QStringLiteral("41.5"), QStringLiteral("-80.25")});
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+    form->show();
+    form->btnDoneClick();
+    const QByteArray expected("<GetModeCoordinates LAT=\"41.500000\" LON=\"-80.250000\"></GetModeCoordinates>\r\r\n");
+    QVERIFY(parent.WaitForBytes(expected.size()));
+    QCOMPARE(parent.Received(), expected);
+    QFile ini(dir.filePath(QStringLiteral("Maps/Mapwright.ini")));
+    QVERIFY(ini.open(QIODevice::ReadOnly));
+    QVERIFY(ini.readAll().contains("StartLat=41.5"));
+  }
+
+  // Pulses every five whole seconds while up; reconnection attempts while down.
+  void pingTimer()
+  {
+    auto clock = std::make_unique<TManualClock>(QDateTime(QDate(2026, 1, 1), QTime(12, 0)));
+    TManualClock* now = clock.get();
+    Clock::Set(std::move(clock));
+    QTemporaryDir dir;
+    TLoopbackParent parent;
+    WriteIni(dir, QStringLiteral("[Startup]\nTCPPort=%1\n").arg(parent.Port()));
+    auto form = MakeForm({dir.path(), QStringLiteral("RunTime")});
+    form->PingTimer->stop(); // ticks by hand
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+
+    now->Advance(4999);
+    form->PingTimerTimer();
+    QTest::qWait(20);
+    QVERIFY(parent.Received().isEmpty());
+    now->Advance(1);
+    form->PingTimerTimer();
+    QVERIFY(parent.WaitForBytes(8));
+    now->Advance(4000);
+    form->PingTimerTimer();
+    QTest::qWait(20);
+    QCOMPARE(parent.Received(), QByteArray("Pulse\r\r\n"));
+    const bool phase = form->HighlightMarker;
+    form->PingTimerTimer();
+    QCOMPARE(form->HighlightMarker, !phase);
+
+    // Down: the next due tick tries again, and the flash phase stands still.
+    parent.FPeer->close();
+    QTRY_VERIFY(!form->TCPListenerActive());
+    parent.FPeer.reset();
+    now->Advance(5000);
+    form->PingTimerTimer();
+    QCOMPARE(form->HighlightMarker, !phase);
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+  }
+};
+
+QTEST_MAIN(TestShell)
+#include "tst_shell.moc"
