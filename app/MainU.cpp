@@ -307,6 +307,8 @@ void TfrmMain::BuildControls()
   lblAttribution1->move(4, 13);
   lblAttribution2->move(4, 24);
   lblAttribution2->hide();
+  // Shown by the base map that sets its attribution; an empty box would look broken.
+  pnlAttribute->hide();
 
   qxSplitter1->addWidget(pnlLeft);
   qxSplitter1->addWidget(pnlMap);
