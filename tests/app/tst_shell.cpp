@@ -16,12 +16,17 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QStatusBar>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QSemaphore>
 #include <QTest>
+
+#include <atomic>
+#include <thread>
 
 namespace
 {
@@ -72,6 +77,49 @@ QString WriteIni(const QTemporaryDir& dir, const QString& text)
   return dir.path();
 }
 
+// An HTTP server on its own thread, since the probe blocks the main one.
+class THttpStub
+{
+public:
+  explicit THttpStub(int status)
+  {
+    FThread = std::thread([this, status] {
+      QTcpServer server;
+      server.listen(QHostAddress::LocalHost);
+      FPort = server.serverPort();
+      FReady.release();
+      while (!FStop) {
+        if (!server.waitForNewConnection(20))
+          continue;
+        std::unique_ptr<QTcpSocket> socket(server.nextPendingConnection());
+        QByteArray request;
+        while (!request.contains("\r\n\r\n") && socket->waitForReadyRead(1000))
+          request += socket->readAll();
+        ++FHits;
+        socket->write("HTTP/1.1 " + QByteArray::number(status) +
+                      " Stub\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok");
+        socket->waitForBytesWritten(1000);
+        socket->disconnectFromHost();
+      }
+    });
+    FReady.acquire();
+  }
+  ~THttpStub()
+  {
+    FStop = true;
+    FThread.join();
+  }
+  QString Url() const { return QStringLiteral("http://127.0.0.1:%1/").arg(FPort); }
+  int Hits() const { return FHits; }
+
+private:
+  std::thread FThread;
+  QSemaphore FReady;
+  std::atomic<bool> FStop{false};
+  std::atomic<int> FHits{0};
+  int FPort = 0;
+};
+
 const QString MinimizeFrame = QStringLiteral("<KestrelMapData><System><C COMMAND=\"MINIMIZE\"/></System></KestrelMapData>");
 }
 
@@ -104,6 +152,21 @@ private Q_SLOTS:
   {
     Clock::Set(nullptr);
     QLocale::setDefault(QLocale::c());
+  }
+
+  // Any answer but 400-505 means connected; failures go on to the next target.
+  void internetProbe()
+  {
+    THttpStub notFound(404), ok(200), odd(506), broken(500);
+    QVERIFY(InternetProbe::ProbeTargets({notFound.Url(), ok.Url()}));
+    QCOMPARE(notFound.Hits(), 1);
+    QCOMPARE(ok.Hits(), 1);
+    QVERIFY(InternetProbe::ProbeTargets({ok.Url(), notFound.Url()}));
+    QCOMPARE(notFound.Hits(), 1); // the second target is not tried
+    QVERIFY(InternetProbe::ProbeTargets({odd.Url()}));
+    QVERIFY(!InternetProbe::ProbeTargets({broken.Url(), notFound.Url()}));
+    QVERIFY(!InternetProbe::ProbeTargets({QStringLiteral("http://127.0.0.1:9/"), broken.Url()}));
+    QVERIFY(InternetProbe::ProbeTargets({QStringLiteral("http://127.0.0.1:9/"), ok.Url()}));
   }
 
   void outboundWireForm()
@@ -431,6 +494,57 @@ private Q_SLOTS:
       QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("'east' is not a valid floating point value")}));
       QVERIFY(!bad->FeedLink().Connecting()); // the rest of start-up was skipped
     }
+  }
+
+  // The saved window rectangle comes back; StartTop -1 centres at the design
+  // size; a key the program only reads stays absent.
+  void windowRectangleAndIniKeys()
+  {
+    QTemporaryDir dir;
+    WriteIni(dir, QStringLiteral("[Startup]\nStartTop=30\nStartLeft=40\nStartHeight=400\nStartWidth=600\n"
+                                 "StartZoom=0x10\nAutoCenter=7\n[Features]\nManageLayers=0\nManageMarkers=1\n"));
+    {
+      auto form = MakeForm({dir.path(), QStringLiteral("Config")});
+      QCOMPARE(form->StartupZoom, 3.0); // a float key does not read hexadecimal
+      QVERIFY(form->cbAutoCenter->isChecked());
+      // Crossed: key ManageLayers governs the markers button.
+      QVERIFY(!form->ManageMarkers && form->ManageLayers);
+      QVERIFY(!form->btnMarkers->isVisibleTo(form.get()) && form->btnLayers->isVisibleTo(form.get()));
+      form->show();
+      QCOMPARE(form->pos(), QPoint(40, 30));
+      QCOMPARE(form->size(), QSize(600, 400));
+      QCOMPARE(form->windowTitle(), QStringLiteral("Kestrel Mapping v2.00"));
+      form->close();
+    }
+    QFile file(dir.filePath(QStringLiteral("Maps/Mapwright.ini")));
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray ini = file.readAll();
+    for (const char* line : {"StartTop=30", "StartLeft=40", "StartHeight=400", "StartWidth=600", "StartZoom=3",
+                             "AutoCenter=1", "ManageLayers=1", "ManageMarkers=0", "SkinName=SevenClassic"})
+      QVERIFY2(ini.contains(line), line);
+    QVERIFY(!ini.contains("TCPPort"));
+    QVERIFY(!ini.contains("BaseMapIdx")); // no base map is checked yet
+
+    WriteIni(dir, QStringLiteral("[Startup]\nStartTop=-1\nStartLeft=40\nStartHeight=400\nStartWidth=600\n"));
+    auto form = MakeForm({dir.path(), QStringLiteral("Config")});
+    form->show();
+    QCOMPARE(form->size(), QSize(1109, 684));
+    const QRect screen = form->screen()->availableGeometry();
+    QVERIFY(qAbs(form->frameGeometry().center().x() - screen.center().x()) <= 1);
+  }
+
+  // A directory that cannot be made stops start-up with the failure's text.
+  void directoryCannotBeMade()
+  {
+    QTemporaryDir dir;
+    QFile blocker(dir.filePath(QStringLiteral("Maps")));
+    QVERIFY(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    auto form = MakeForm({dir.path(), QStringLiteral("RunTime")});
+    QCOMPARE(FDialogs->Messages.size(), 1);
+    QVERIFY(FDialogs->Messages.first().contains(QStringLiteral("Unable to create directory")));
+    QVERIFY(!form->PingTimer->isActive());
+    QVERIFY(!form->RuntimeMode); // the mode step came after the failure
   }
 
   // Get mode answers with the picked point; the close writes the INI.
