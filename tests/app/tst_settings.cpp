@@ -7,6 +7,7 @@
 #include <QThread>
 #include <QtTest>
 
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <sys/resource.h>
@@ -59,8 +60,11 @@ int ChildSave(const QString& path, int megabytes, bool limitFileSize)
   if (limitFileSize)
   {
     // Stands in for a full disk: writes past 64 KiB fail with EFBIG.
-    const rlimit limit{64 * 1024, RLIM_INFINITY};
-    setrlimit(RLIMIT_FSIZE, &limit);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = 64 * 1024;
+    if (setrlimit(RLIMIT_FSIZE, &limit) != 0)
+      return 4;
     std::signal(SIGXFSZ, SIG_IGN);
   }
   TIniFile ini(path);
