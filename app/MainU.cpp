@@ -654,9 +654,14 @@ void TfrmMain::showEvent(QShowEvent* event)
 void TfrmMain::resizeEvent(QResizeEvent* event)
 {
   QWidget::resizeEvent(event);
-  // A minimised window reports once, from its state change below.
-  if (!isMinimized())
-    FormResize();
+  // A minimised window, and a maximised one already told, report from
+  // their state change instead; a resize in the normal state always reports.
+  if (isMinimized() || (isMaximized() && FLastStateText == WindowStateText())) {
+    StatusBarPanel0->setFixedWidth(Map->width());
+    PlaceAttribution();
+    return;
+  }
+  FormResize();
 }
 
 void TfrmMain::changeEvent(QEvent* event)
@@ -664,13 +669,12 @@ void TfrmMain::changeEvent(QEvent* event)
   QWidget::changeEvent(event);
   if (event->type() != QEvent::WindowStateChange)
     return;
-  // Minimising and restoring to the same size bring no resize event; the
-  // parent hears of the new state all the same.
-  const auto old = static_cast<QWindowStateChangeEvent*>(event)->oldState();
-  if (!((old ^ windowState()) & Qt::WindowMinimized))
-    return;
+  // Minimising, and any change where the window system leaves the size
+  // alone, bring no resize event; the parent hears of the new state all
+  // the same. A resize that follows in the normal state repeats "Normal".
   if (!event->spontaneous()) {
-    FormResize();
+    if (WindowStateText() != FLastStateText)
+      FormResize();
     return;
   }
   // The window system echoes our own changes, sometimes late and out of

@@ -248,6 +248,19 @@ private Q_SLOTS:
     QCOMPARE(parent.Texts(),
              QList<QByteArray>({"Minimized", "Normal", "Minimized", "Normal", "Minimized", "Normal"}));
 
+    // Maximising is told once; the way back says "Normal", and a resize in
+    // the normal state may repeat it.
+    parent.Send(QByteArray(Restore).replace("RESTORE", "MAXIMIZE") + "\r");
+    QVERIFY(parent.WaitForMessages(7));
+    parent.Send(Restore + "\r");
+    QVERIFY(parent.WaitForMessages(8));
+    QTest::qWait(300);
+    parent.Pump();
+    const QList<QByteArray> back = parent.Texts().mid(6);
+    QCOMPARE(back.first(), QByteArray("Maximized"));
+    QCOMPARE(back.count("Maximized"), 1);
+    QCOMPARE(back.count("Normal"), back.size() - 1);
+
     const QByteArray bad = "<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"x1\" LON=\"2\" FIXRADIUS=\"3\"/>"
                            "</LiveMarkers></KestrelMapData>\r";
     parent.Send(bad.left(10));

@@ -6,6 +6,8 @@
 #include "ScenarioPlayer.h"
 
 #include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -77,6 +79,9 @@ private Q_SLOTS:
   void iniPortWriteMakesMapsFolder();
   void procStatSkipsOddProcessNames();
   void playerCatchesUpAfterReconnect();
+  void playerLoopsAtPassLength();
+  void simShutsMapwrightDownOnSignal();
+  void simPassesOnMapwrightExitCode();
 };
 
 void TestKestrelSim::splitterCutsOnEveryLineEnd_data()
@@ -368,5 +373,119 @@ void TestKestrelSim::playerCatchesUpAfterReconnect()
   QVERIFY(third.takeFrames(1, 300).isEmpty());
 }
 
-QTEST_GUILESS_MAIN(TestKestrelSim)
+void TestKestrelSim::playerLoopsAtPassLength()
+{
+  const Scenario s = Scenario::parse("0 raw <a/>\n0.2 raw <b/>\n0.5 end\n");
+  FeedServer server;
+  QVERIFY(server.listen(0));
+  ScenarioPlayer player(s, &server);
+  player.setLoop(true);
+  player.setSpeed(2);
+  QSignalSpy passes(&player, &ScenarioPlayer::passStarted);
+
+  FakeMapwright peer;
+  QElapsedTimer clock;
+  clock.start();
+  QVERIFY(peer.connectTo(server.port()));
+  QCOMPARE(peer.takeFrames(5), (QList<QByteArray>{"<a/>", "<b/>", "<a/>", "<b/>", "<a/>"}));
+  // Two passes of 0.5 s at double speed: about 500 ms, not at once.
+  QVERIFY2(clock.elapsed() >= 450, qPrintable(QString::number(clock.elapsed())));
+  QCOMPARE(passes.size(), 3);
+}
+
+namespace
+{
+// Runs kestrel-sim with this test binary as its mapwright.
+struct SimRun
+{
+  explicit SimRun(const QString& fakeExitCode)
+  {
+    QVERIFY(Config.isValid());
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("TST_FAKE_MAPWRIGHT", "1");
+    env.insert("TST_FAKE_EXIT", fakeExitCode);
+    Sim.setProcessEnvironment(env);
+    Sim.setProcessChannelMode(QProcess::MergedChannels);
+    Sim.start(KESTREL_SIM_EXE, {"--config", Config.path(), "--mapwright", QCoreApplication::applicationFilePath()});
+    QVERIFY(Sim.waitForStarted(5000));
+  }
+
+  bool waitForOutput(const QByteArray& text)
+  {
+    QElapsedTimer clock;
+    clock.start();
+    while (!Output.contains(text) && clock.elapsed() < 15000)
+    {
+      Sim.waitForReadyRead(100);
+      Output += Sim.readAll();
+    }
+    return Output.contains(text);
+  }
+
+  QTemporaryDir Config;
+  QProcess Sim;
+  QByteArray Output;
+};
+
+// A mapwright reduced to its link: reads the port, connects, pulses once,
+// and exits with TST_FAKE_EXIT on SHUTDOWN, or at once if that is "now:N".
+int fakeMapwright(int argc, char* argv[])
+{
+  QCoreApplication app(argc, argv);
+  QFile ini(ConfigPort::iniPath(app.arguments().value(1)));
+  if (!ini.open(QIODevice::ReadOnly))
+    return 90;
+  const auto port = QRegularExpression("TCPPort=(\\d+)").match(QString::fromLatin1(ini.readAll())).captured(1).toUShort();
+  QTcpSocket socket;
+  socket.connectToHost(QHostAddress::LocalHost, port);
+  if (!socket.waitForConnected(5000))
+    return 91;
+  socket.write("Pulse\r\r\n");
+  socket.waitForBytesWritten(1000);
+  QString exitCode = qEnvironmentVariable("TST_FAKE_EXIT");
+  if (exitCode.startsWith("now:"))
+    return exitCode.mid(4).toInt();
+  QByteArray received;
+  while (!received.contains("COMMAND=\"SHUTDOWN\"") && socket.waitForReadyRead(20000))
+    received += socket.readAll();
+  return received.contains("SHUTDOWN") ? exitCode.toInt() : 92;
+}
+} // namespace
+
+void TestKestrelSim::simShutsMapwrightDownOnSignal()
+{
+  SimRun run("0");
+  QVERIFY2(run.waitForOutput("<- Pulse"), run.Output.constData());
+  run.Sim.terminate();
+  QVERIFY(run.Sim.waitForFinished(15000));
+  run.Output += run.Sim.readAll();
+  QVERIFY2(run.Output.contains("-> System SHUTDOWN"), run.Output.constData());
+  QCOMPARE(run.Sim.exitStatus(), QProcess::NormalExit);
+  QCOMPARE(run.Sim.exitCode(), 0);
+}
+
+void TestKestrelSim::simPassesOnMapwrightExitCode()
+{
+  SimRun run("now:3");
+  QVERIFY(run.Sim.waitForFinished(15000));
+  run.Output += run.Sim.readAll();
+  QVERIFY2(run.Output.contains("exited with code 3"), run.Output.constData());
+  QCOMPARE(run.Sim.exitCode(), 3);
+
+  // The port in the INI file is the one the sim listened on.
+  QFile ini(ConfigPort::iniPath(run.Config.path()));
+  QVERIFY(ini.open(QIODevice::ReadOnly));
+  const QByteArray port = QRegularExpression("127\\.0\\.0\\.1:(\\d+)").match(QString::fromLatin1(run.Output)).captured(1).toLatin1();
+  QCOMPARE(ini.readAll(), "[Startup]\r\nTCPPort=" + port + "\r\n");
+}
+
+int main(int argc, char* argv[])
+{
+  if (qEnvironmentVariableIsSet("TST_FAKE_MAPWRIGHT"))
+    return fakeMapwright(argc, argv);
+  QCoreApplication app(argc, argv);
+  TestKestrelSim test;
+  return QTest::qExec(&test, argc, argv);
+}
+
 #include "tst_kestrel_sim.moc"

@@ -32,6 +32,19 @@ void dieWithParent()
 {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
+
+// Ends a child still running when a run is given up.
+struct StopOnExit
+{
+  QProcess& process;
+  ~StopOnExit()
+  {
+    if (process.state() == QProcess::NotRunning)
+      return;
+    process.kill();
+    process.waitForFinished(5'000);
+  }
+};
 } // namespace
 
 double median(QList<double> values)
@@ -114,6 +127,7 @@ std::optional<IdleLinkBench::Run> IdleLinkBench::runOnce()
   });
 
   QProcess mapwright;
+  const StopOnExit stopMapwright{mapwright};
   QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
   env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime.path());
   env.insert(QStringLiteral("QT_QPA_PLATFORM"), FOptions.platform);
@@ -158,6 +172,7 @@ std::optional<IdleLinkBench::Run> IdleLinkBench::runOnce()
 
   // The floor: a process that does nothing, measured over the same window.
   QProcess sleeper;
+  const StopOnExit stopSleeper{sleeper};
   sleeper.setChildProcessModifier(&dieWithParent);
   sleeper.start(QStringLiteral("sleep"), {QString::number(FOptions.seconds + 60)});
   if (!sleeper.waitForStarted(10'000))
@@ -173,8 +188,6 @@ std::optional<IdleLinkBench::Run> IdleLinkBench::runOnce()
   const auto mapwrightAfter = ProcStat::cpuTicks(mapwright.processId());
   const auto sleepAfter = ProcStat::cpuTicks(sleeper.processId());
   const qint64 wallMs = window.elapsed();
-  sleeper.kill();
-  sleeper.waitForFinished(5'000);
 
   if (FAborted)
     return fail(QStringLiteral("interrupted"));
@@ -196,8 +209,6 @@ std::optional<IdleLinkBench::Run> IdleLinkBench::runOnce()
   if (!waitUntil([&] { return exited; }, ExitTimeoutMs))
   {
     run.shutdownHonoured = false;
-    mapwright.kill();
-    mapwright.waitForFinished(5'000);
   }
   return run;
 }

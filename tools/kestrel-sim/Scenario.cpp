@@ -42,10 +42,11 @@ public:
       return;
     Number = number;
 
-    const qsizetype timeEnd = text.indexOf(QRegularExpression(QStringLiteral("\\s")));
+    static const QRegularExpression blank(QStringLiteral("\\s"));
+    const qsizetype timeEnd = text.indexOf(blank);
     const QString timeText = timeEnd < 0 ? text : text.left(timeEnd);
     const QString rest = timeEnd < 0 ? QString() : text.mid(timeEnd).trimmed();
-    const qsizetype wordEnd = rest.indexOf(QRegularExpression(QStringLiteral("\\s")));
+    const qsizetype wordEnd = rest.indexOf(blank);
     const QString word = wordEnd < 0 ? rest : rest.left(wordEnd);
     const QString args = wordEnd < 0 ? QString() : rest.mid(wordEnd).trimmed();
 

@@ -10,6 +10,13 @@ namespace
 constexpr qsizetype MaxFrameBytes = 16000;
 // A pass shorter than this would make --loop spin.
 constexpr qint64 MinPassMs = 1000;
+
+// Wall milliseconds until a scenario time, for the timer.
+int wallDelayMs(qint64 scenarioMs, double speed)
+{
+  constexpr double MaxDelayMs = 24.0 * 3600 * 1000;
+  return int(std::min(std::ceil(double(scenarioMs) / speed), MaxDelayMs));
+}
 } // namespace
 
 ScenarioPlayer::ScenarioPlayer(Scenario scenario, FeedServer* server, QObject* parent)
@@ -77,7 +84,13 @@ void ScenarioPlayer::playDue()
         Q_EMIT finished();
         return;
       }
-      FPassStartMs += std::max(FScenario.lengthMs, MinPassMs);
+      const qint64 nextPass = FPassStartMs + std::max(FScenario.lengthMs, MinPassMs);
+      if (nextPass > now)
+      {
+        FTimer.start(wallDelayMs(nextPass - now, FSpeed));
+        return;
+      }
+      FPassStartMs = nextPass;
       FNext = 0;
       Q_EMIT passStarted(++FPass);
     }
@@ -85,7 +98,7 @@ void ScenarioPlayer::playDue()
     const qint64 due = FPassStartMs + frame.atMs;
     if (due > now)
     {
-      FTimer.start(int(std::ceil(double(due - now) / FSpeed)));
+      FTimer.start(wallDelayMs(due - now, FSpeed));
       return;
     }
     ++FNext;
