@@ -57,17 +57,3 @@ void ResetPaths();
 QString JoinPath(const QString& dir, const QString& relative);
 }
 
-// One person's report as the feed delivers it, converted and ready for the
-// live marker store.
-struct TLiveMarkerReport
-{
-  QString Id;
-  QString Name;
-  QString Location;
-  QString Status;
-  double Lat = 0;
-  double Lon = 0;
-  QString FixStatus;
-  int Radius = 0;
-  bool Init = false;
-};

@@ -4,9 +4,11 @@
 #include "DialogsU.h"
 #include "ErrorsU.h"
 #include "FeedLinkU.h"
+#include "FeedMessageU.h"
 #include "GPSImageLegend.h"
 #include "GlyphsU.h"
 #include "IniFileU.h"
+#include "MainLayoutU.h"
 #include "InternetProbeU.h"
 #include "MapStandInU.h"
 #include "NumberTextU.h"
@@ -15,7 +17,6 @@
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QDir>
-#include <QDomDocument>
 #include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -37,90 +38,13 @@ TfrmMain* frmMain = nullptr;
 
 namespace
 {
-const QColor PaleYellow(0xFE, 0xFF, 0xE0);
-const QColor Navy(0x00, 0x00, 0x80);
-constexpr int CommandButtonHeight = 50;
-
 // The design's own visibility flag, independent of the parents'.
 bool Visible(const QWidget* widget)
 {
   return !widget->isHidden();
 }
-
-QFont BoldFont(QFont font)
-{
-  font.setBold(true);
-  return font;
 }
 
-template <typename T>
-T* Named(T* object, const char* name)
-{
-  object->setObjectName(QLatin1String(name));
-  return object;
-}
-
-QLabel* CaptionLabel(QWidget* parent, const char* name, const QString& text)
-{
-  auto* label = Named(new QLabel(text, parent), name);
-  label->setFont(BoldFont(parent->font()));
-  return label;
-}
-
-QLabel* ValueLabel(QWidget* parent, const char* name, const QString& text = QString())
-{
-  auto* label = Named(new QLabel(text, parent), name);
-  label->setFont(BoldFont(parent->font()));
-  QPalette pal = label->palette();
-  pal.setColor(QPalette::WindowText, Navy);
-  label->setPalette(pal);
-  return label;
-}
-
-QPushButton* CommandButton(QWidget* parent, const char* name, const QString& caption)
-{
-  auto* button = Named(new QPushButton(caption, parent), name);
-  button->setFixedHeight(CommandButtonHeight);
-  button->setFont(BoldFont(parent->font()));
-  return button;
-}
-
-QFrame* ColouredPanel(QWidget* parent, const char* name, const QColor& colour)
-{
-  auto* panel = Named(new QFrame(parent), name);
-  panel->setAutoFillBackground(true);
-  QPalette pal = panel->palette();
-  pal.setColor(QPalette::Window, colour);
-  panel->setPalette(pal);
-  return panel;
-}
-
-// A floating information panel: bold captions on the left, values beside them.
-QFrame* InfoPanel(QWidget* parent, const char* name, int width, int height, const QStringList& captions,
-                  const std::vector<std::pair<const char*, QLabel**>>& values)
-{
-  QFrame* panel = ColouredPanel(parent, name, PaleYellow);
-  panel->setFrameShape(QFrame::Box);
-  panel->setFixedSize(width, height);
-  auto* grid = new QGridLayout(panel);
-  grid->setContentsMargins(8, 6, 8, 6);
-  grid->setVerticalSpacing(1);
-  QFont font = parent->font();
-  font.setPixelSize(12);
-  panel->setFont(font);
-  for (int row = 0; row < captions.size(); ++row) {
-    grid->addWidget(CaptionLabel(panel, "", captions[row]), row, 0, Qt::AlignTop);
-    if (row < static_cast<int>(values.size()) && values[row].second) {
-      QLabel* value = ValueLabel(panel, values[row].first);
-      *values[row].second = value;
-      grid->addWidget(value, row, 1, Qt::AlignTop);
-    }
-  }
-  grid->setColumnStretch(1, 1);
-  panel->hide();
-  return panel;
-}
-}
 
 TfrmMain::TfrmMain(const QStringList& arguments, QWidget* parent)
   : QWidget(parent)
@@ -142,202 +66,7 @@ TfrmMain::~TfrmMain()
 
 void TfrmMain::BuildControls()
 {
-  setObjectName(QStringLiteral("frmMain"));
-  QFont font(QStringLiteral("Tahoma"));
-  font.setPixelSize(16);
-  setFont(font);
-  setMinimumSize(300, 200);
-  resize(1109, 684);
-
-  auto* root = new QVBoxLayout(this);
-  root->setContentsMargins(0, 0, 0, 0);
-  root->setSpacing(0);
-
-  // The strip of the selected person.
-  pnlTop = ColouredPanel(this, "pnlTop", PaleYellow);
-  pnlTop->setFixedHeight(40);
-  auto* top = new QHBoxLayout(pnlTop);
-  top->setContentsMargins(4, 4, 4, 4);
-  top->setSpacing(6);
-  imgNoInternet = Named(new QLabel(pnlTop), "imgNoInternet");
-  imgNoInternet->setPixmap(Glyphs::InternetIcon(false));
-  imgNoInternet->setFixedSize(32, 32);
-  imgNoInternet->setToolTip(QStringLiteral("Not Connected To The Internet"));
-  imgInternet = Named(new QLabel(pnlTop), "imgInternet");
-  imgInternet->setPixmap(Glyphs::InternetIcon(true));
-  imgInternet->setFixedSize(32, 32);
-  imgInternet->setToolTip(QStringLiteral("Connected To The Internet"));
-  imgInternet->hide();
-  top->addWidget(imgNoInternet);
-  top->addWidget(imgInternet);
-  top->addSpacing(12);
-  qxLabel1 = CaptionLabel(pnlTop, "qxLabel1", QStringLiteral("ID:"));
-  lblID = ValueLabel(pnlTop, "lblID", QStringLiteral("None"));
-  qxLabel3 = CaptionLabel(pnlTop, "qxLabel3", QStringLiteral("User Name: "));
-  lblName = ValueLabel(pnlTop, "lblName", QStringLiteral("None"));
-  qxLabel5 = CaptionLabel(pnlTop, "qxLabel5", QStringLiteral("Location:"));
-  lblLocation = ValueLabel(pnlTop, "lblLocation", QStringLiteral("None"));
-  for (QLabel* label : {qxLabel1, lblID, qxLabel3, lblName, qxLabel5, lblLocation}) {
-    top->addWidget(label);
-    if (label == lblID || label == lblName)
-      top->addSpacing(24);
-  }
-  top->addStretch(1);
-  SpeedButton1 = Named(new QToolButton(pnlTop), "SpeedButton1");
-  SpeedButton1->setIcon(QIcon(Glyphs::LegendIcon()));
-  SpeedButton1->setIconSize(QSize(24, 24));
-  SpeedButton1->setAutoRaise(true);
-  SpeedButton1->setToolTip(tr("Show or hide the legend"));
-  top->addWidget(SpeedButton1);
-  root->addWidget(pnlTop);
-
-  // Commands on the left, the map on the right, the user can move the border.
-  qxSplitter1 = Named(new QSplitter(Qt::Horizontal, this), "qxSplitter1");
-  qxSplitter1->setHandleWidth(5);
-  qxSplitter1->setChildrenCollapsible(false);
-  root->addWidget(qxSplitter1, 1);
-
-  pnlLeft = Named(new QFrame(qxSplitter1), "pnlLeft");
-  pnlLeft->setMinimumWidth(175);
-  auto* left = new QVBoxLayout(pnlLeft);
-  left->setContentsMargins(2, 2, 2, 2);
-  left->setSpacing(2);
-  btnBasemaps = CommandButton(pnlLeft, "btnBasemaps", QStringLiteral("Basemaps"));
-  btnLayers = CommandButton(pnlLeft, "btnLayers", QStringLiteral("Layers"));
-  btnMarkers = CommandButton(pnlLeft, "btnMarkers", QStringLiteral("Markers"));
-  left->addWidget(btnBasemaps);
-  left->addWidget(btnLayers);
-  left->addWidget(btnMarkers);
-  pnlMarkers = Named(new QFrame(pnlLeft), "pnlMarkers");
-  auto* markers = new QVBoxLayout(pnlMarkers);
-  markers->setContentsMargins(0, 0, 0, 0);
-  markers->setSpacing(2);
-  Panel4 = Named(new QFrame(pnlMarkers), "Panel4");
-  auto* addDelete = new QHBoxLayout(Panel4);
-  addDelete->setContentsMargins(0, 0, 0, 0);
-  sbtnAdd = Named(new QToolButton(Panel4), "sbtnAdd");
-  sbtnAdd->setText(QStringLiteral("Add"));
-  sbtnDelete = Named(new QToolButton(Panel4), "sbtnDelete");
-  sbtnDelete->setText(QStringLiteral("Delete"));
-  for (QToolButton* button : {sbtnAdd, sbtnDelete}) {
-    button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
-    addDelete->addWidget(button);
-  }
-  markers->addWidget(Panel4);
-  lbStaticMarkers = Named(new QListWidget(pnlMarkers), "lbStaticMarkers");
-  markers->addWidget(lbStaticMarkers, 1);
-  left->addWidget(pnlMarkers, 1);
-  btnTestMarkers = CommandButton(pnlLeft, "btnTestMarkers", QStringLiteral("Test Markers"));
-  left->addWidget(btnTestMarkers);
-  left->addStretch(1);
-  pnlAutoCenter = Named(new QFrame(pnlLeft), "pnlAutoCenter");
-  auto* autoCenter = new QHBoxLayout(pnlAutoCenter);
-  autoCenter->setContentsMargins(8, 2, 2, 2);
-  cbAutoCenter = Named(new QCheckBox(QStringLiteral("Auto Center"), pnlAutoCenter), "cbAutoCenter");
-  autoCenter->addWidget(cbAutoCenter);
-  left->addWidget(pnlAutoCenter);
-  btnCache = CommandButton(pnlLeft, "btnCache", QStringLiteral("Offline Cache"));
-  btnCache->hide();
-  btnConfigure = CommandButton(pnlLeft, "btnConfigure", QStringLiteral("Configure"));
-  btnLocators = CommandButton(pnlLeft, "btnLocators", QStringLiteral("Locators"));
-  btnDone = CommandButton(pnlLeft, "btnDone", QStringLiteral("Done"));
-  for (QPushButton* button : {btnCache, btnConfigure, btnLocators, btnDone})
-    left->addWidget(button);
-
-  pnlMap = Named(new QFrame(qxSplitter1), "pnlMap");
-  auto* mapLayout = new QVBoxLayout(pnlMap);
-  mapLayout->setContentsMargins(1, 1, 1, 1);
-  mapLayout->setSpacing(0);
-  Map = new TMapStandIn(pnlMap);
-  mapLayout->addWidget(Map, 1);
-  pnlGet = Named(new QFrame(pnlMap), "pnlGet");
-  pnlGet->setFixedHeight(41);
-  auto* get = new QHBoxLayout(pnlGet);
-  get->setContentsMargins(8, 4, 8, 4);
-  qxLabel2 = Named(new QLabel(QStringLiteral("Latitude"), pnlGet), "qxLabel2");
-  edtLatitude = Named(new QLineEdit(pnlGet), "edtLatitude");
-  qxLabel4 = Named(new QLabel(QStringLiteral("Longitude"), pnlGet), "qxLabel4");
-  edtLongitude = Named(new QLineEdit(pnlGet), "edtLongitude");
-  for (QLineEdit* edit : {edtLatitude, edtLongitude})
-    edit->setReadOnly(true);
-  get->addWidget(qxLabel2);
-  get->addWidget(edtLatitude);
-  get->addSpacing(16);
-  get->addWidget(qxLabel4);
-  get->addWidget(edtLongitude);
-  get->addStretch(1);
-  mapLayout->addWidget(pnlGet);
-
-  pnlMarkerInfo = InfoPanel(pnlMap, "pnlMarkerInfo", 209, 144,
-                            {QStringLiteral("ID:"), QStringLiteral("Name:"), QStringLiteral("Status:"),
-                             QStringLiteral("Location:"), QStringLiteral("Latitude:"), QStringLiteral("Longitude:"),
-                             QStringLiteral("Fix Status:")},
-                            {{"lblInfoID", &lblInfoID}, {"lblInfoName", &lblInfoName},
-                             {"lblInfoStatus", &lblInfoStatus}, {"lblInfoLocation", &lblInfoLocation},
-                             {"lblInfoLatitude", &lblInfoLatitude}, {"lblInfoLongitude", &lblInfoLongitude},
-                             {"lblInfoFixStatus", &lblInfoFixStatus}});
-  pnlStaticMarkerInfo = InfoPanel(pnlMap, "pnlStaticMarkerInfo", 277, 172,
-                                  {QStringLiteral("Title:"), QStringLiteral("Latitude:"),
-                                   QStringLiteral("Longitude:"), QStringLiteral("Notes:")},
-                                  {{"lblStaticInfoTitle", &lblStaticInfoTitle},
-                                   {"lblStaticInfoLatitude", &lblStaticInfoLatitude},
-                                   {"lblStaticInfoLongitude", &lblStaticInfoLongitude}});
-  {
-    auto* grid = static_cast<QGridLayout*>(pnlStaticMarkerInfo->layout());
-    memStaticInfoNotes = Named(new QPlainTextEdit(pnlStaticMarkerInfo), "memStaticInfoNotes");
-    memStaticInfoNotes->setReadOnly(true);
-    grid->addWidget(memStaticInfoNotes, 3, 1);
-    grid->setRowStretch(3, 1);
-    SpeedButton3 = Named(new QToolButton(pnlStaticMarkerInfo), "SpeedButton3");
-    SpeedButton3->setText(QStringLiteral("..."));
-    grid->addWidget(SpeedButton3, 4, 1, Qt::AlignRight);
-  }
-
-  pnlAttribute = ColouredPanel(pnlMap, "pnlAttribute", QColor(0xF8, 0xF8, 0xF8));
-  pnlAttribute->setFixedSize(197, 44);
-  pnlAttribute->setFrameShape(QFrame::NoFrame);
-  lblAttribution1 = Named(new QLabel(pnlAttribute), "lblAttribution1");
-  lblAttribution2 = Named(new QLabel(pnlAttribute), "lblAttribution2");
-  QFont small = font;
-  small.setPixelSize(11);
-  for (QLabel* label : {lblAttribution1, lblAttribution2}) {
-    label->setFont(small);
-    label->setFixedWidth(189);
-  }
-  lblAttribution1->move(4, 13);
-  lblAttribution2->move(4, 24);
-  lblAttribution2->hide();
-  // Shown by the base map that sets its attribution; an empty box would look broken.
-  pnlAttribute->hide();
-
-  qxSplitter1->addWidget(pnlLeft);
-  qxSplitter1->addWidget(pnlMap);
-  qxSplitter1->setStretchFactor(0, 0);
-  qxSplitter1->setStretchFactor(1, 1);
-  qxSplitter1->setSizes({177, 1109 - 177 - 5});
-
-  StatusBar = Named(new QStatusBar(this), "StatusBar");
-  StatusBar->setFixedHeight(20);
-  StatusBar->setSizeGripEnabled(false);
-  QFont statusFont = font;
-  statusFont.setPixelSize(12);
-  StatusBar->setFont(statusFont);
-  StatusBarPanel0 = Named(new QLabel(StatusBar), "StatusBarPanel0");
-  StatusBarPanel1 = Named(new QLabel(StatusBar), "StatusBarPanel1");
-  StatusBar->addWidget(StatusBarPanel0);
-  StatusBar->addWidget(StatusBarPanel1, 1);
-  root->addWidget(StatusBar);
-
-  // Components without a visible form.
-  SkinController = Named(new QObject(this), "SkinController");
-  popupBasemaps = Named(new QMenu(this), "popupBasemaps");
-  popupBasemaps->addAction(QStringLiteral("test"));
-  tcpClient = Named(new QTcpSocket(this), "tcpClient");
-  PingTimer = Named(new QTimer(this), "PingTimer");
-  PingTimer->setInterval(500);
-  ApplicationEvents1 = Named(new QObject(this), "ApplicationEvents1");
-  LiveImageLIst = Named(new QObject(this), "LiveImageLIst");
-
+  BuildMainLayout(*this);
   connect(PingTimer, &QTimer::timeout, this, &TfrmMain::PingTimerTimer);
   connect(btnDone, &QPushButton::clicked, this, &TfrmMain::btnDoneClick);
   connect(btnLocators, &QPushButton::clicked, this, &TfrmMain::btnLocatorsClick);
@@ -788,23 +517,10 @@ void TfrmMain::TCPDataReceived(const QString& msg)
   if (msg.isEmpty())
     return;
   try {
-    QDomDocument doc;
-    QString error;
-    int line = 0;
-    int column = 0;
-    if (!doc.setContent(msg, &error, &line, &column))
-      throw EMapwrightError(QStringLiteral("%1 (line %2, column %3)").arg(error).arg(line).arg(column));
-    const QDomElement root = doc.documentElement();
-    if (root.tagName() != QLatin1String("KestrelMapData"))
-      throw EMapwrightError(QStringLiteral("Node \"KestrelMapData\" not found"));
-
-    const QDomElement system = root.firstChildElement(QStringLiteral("System"));
-    for (QDomElement command = system.firstChildElement(); !command.isNull();
-         command = command.nextSiblingElement())
-      RunSystemCommand(command.attribute(QStringLiteral("COMMAND")));
-
-    const QDomElement live = root.firstChildElement(QStringLiteral("LiveMarkers"));
-    if (live.firstChildElement().isNull())
+    const TFeedMessage message = ReadFeedMessage(msg);
+    for (const QString& command : message.Commands)
+      RunSystemCommand(command);
+    if (!message.HasLiveMarkers)
       return;
 
     MapBeginUpdate();
@@ -820,20 +536,12 @@ void TfrmMain::TCPDataReceived(const QString& msg)
       }
     } closeUpdate{this};
 
-    for (QDomElement marker = live.firstChildElement(); !marker.isNull(); marker = marker.nextSiblingElement()) {
+    for (const TLiveMarkerReport& report : message.Reports) {
       NeedUpdatedImage = true;
-      TLiveMarkerReport report;
-      report.Id = marker.attribute(QStringLiteral("ID"));
-      report.Name = marker.attribute(QStringLiteral("NAME"));
-      report.Location = marker.attribute(QStringLiteral("LOCATION"));
-      report.Status = marker.attribute(QStringLiteral("STATUS"));
-      report.Lat = NumberText::StrToFloat(marker.attribute(QStringLiteral("LAT")));
-      report.Lon = NumberText::StrToFloat(marker.attribute(QStringLiteral("LON")));
-      report.FixStatus = marker.attribute(QStringLiteral("FIXSTATUS"));
-      report.Radius = NumberText::StrToInt(marker.attribute(QStringLiteral("FIXRADIUS")));
-      report.Init = marker.attribute(QStringLiteral("INIT")) == QLatin1String("TRUE");
       ApplyReport(report);
     }
+    if (!message.ReportFailure.isEmpty())
+      throw EMapwrightError(message.ReportFailure);
   } catch (const EMapwrightError& e) {
     Dialogs::Get().ShowMessage(e.Message());
   }

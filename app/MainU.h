@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FeedMessageU.h"
 #include "GlobalsU.h"
 
 #include <QDateTime>
