@@ -338,6 +338,22 @@ private Q_SLOTS:
     QVERIFY(parent.Finish());
     QCOMPARE(parent.Process.exitCode(), 0);
   }
+
+  // A killed instance leaves its lock and socket behind; the next start runs all the same.
+  void startAfterKill()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    parent.Process.kill();
+    QVERIFY(parent.Process.waitForFinished(5000));
+    QVERIFY(!QDir(parent.Runtime.path()).isEmpty());
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    QVERIFY(parent.Finish());
+    QCOMPARE(parent.Process.exitCode(), 0);
+  }
 };
 
 QTEST_GUILESS_MAIN(TestProcess)

@@ -566,6 +566,24 @@ private Q_SLOTS:
     QVERIFY(ini.readAll().contains("StartLat=41.5"));
   }
 
+  // The locator button asks for the selected person's locator, and only then.
+  void showLocation()
+  {
+    QTemporaryDir dir;
+    TLoopbackParent parent;
+    WriteIni(dir, QStringLiteral("[Startup]\nTCPPort=%1\n").arg(parent.Port()));
+    auto form = MakeForm({dir.path(), QStringLiteral("Test")});
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+    form->btnLocatorsClick();
+    QTest::qWait(50);
+    QVERIFY(parent.Received().isEmpty());
+    form->btnTestMarkersClick();
+    form->btnLocatorsClick();
+    QVERIFY(parent.WaitForBytes(22));
+    QCOMPARE(parent.Received(), QByteArray("ShowLocation(20-01)\r\r\n"));
+  }
+
   // Pulses every five whole seconds while up; reconnection attempts while down.
   void pingTimer()
   {
