@@ -22,6 +22,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
+#include <QRandomGenerator>
 #include <QSemaphore>
 #include <QTest>
 
@@ -366,6 +367,42 @@ private Q_SLOTS:
       QVERIFY(FDialogs->Messages.isEmpty());
     } else {
       QCOMPARE(FDialogs->Messages, QStringList({message}));
+    }
+  }
+
+  // Damaged frames, entity bombs included, end in a message at most: never a
+  // crash, never an update bracket left open.
+  void malformedFramesAreHarmless()
+  {
+    QTemporaryDir dir;
+    auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Test")});
+    QString bomb = QStringLiteral("<!DOCTYPE KestrelMapData [<!ENTITY a \"aaaaaaaaaa\">");
+    for (int i = 1; i < 10; ++i)
+      bomb += QStringLiteral("<!ENTITY %1 \"%2\">").arg(QChar('a' + i)).arg(QString(QStringLiteral("&%1;").arg(QChar('a' + i - 1))).repeated(10));
+    bomb += QStringLiteral("]><KestrelMapData><LiveMarkers><M ID=\"&j;\" LAT=\"1\" LON=\"1\" FIXRADIUS=\"1\"/>"
+                           "</LiveMarkers></KestrelMapData>");
+    form->TCPDataReceived(bomb);
+    QCOMPARE(form->Map->PersonCount(), 0);
+    QCOMPARE(FDialogs->Messages.size(), 1); // the parser refuses the expansion
+
+    const QString fixture = TfrmMain::TestMarkersFixture();
+    QRandomGenerator random(20261121);
+    for (int round = 0; round < 3000; ++round) {
+      QString frame = fixture;
+      const int edits = 1 + random.bounded(6);
+      for (int e = 0; e < edits; ++e) {
+        const int at = random.bounded(frame.size());
+        switch (random.bounded(4)) {
+        case 0: frame.truncate(at); break;
+        case 1: frame.remove(at, random.bounded(1, 40)); break;
+        case 2: frame[at] = QChar(static_cast<ushort>(random.bounded(1, 128))); break;
+        default: frame.insert(at, frame.mid(random.bounded(frame.size()), random.bounded(1, 60))); break;
+        }
+        if (frame.isEmpty())
+          frame = QStringLiteral("<");
+      }
+      form->TCPDataReceived(frame);
+      QCOMPARE(form->Map->UpdateCount(), 0);
     }
   }
 
