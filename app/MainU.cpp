@@ -6,10 +6,9 @@
 #include "FeedLinkU.h"
 #include "FeedMessageU.h"
 #include "GPSImageLegend.h"
-#include "GlyphsU.h"
 #include "IniFileU.h"
-#include "MainLayoutU.h"
 #include "InternetProbeU.h"
+#include "MainLayoutU.h"
 #include "MapStandInU.h"
 #include "NumberTextU.h"
 
@@ -18,20 +17,15 @@
 #include <QCloseEvent>
 #include <QDir>
 #include <QFileInfo>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
 #include <QMouseEvent>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScreen>
-#include <QSplitter>
-#include <QStatusBar>
 #include <QTcpSocket>
 #include <QToolButton>
-#include <QVBoxLayout>
 #include <QWindow>
 
 TfrmMain* frmMain = nullptr;
