@@ -448,7 +448,6 @@ void TfrmMain::ApplicationEvents1Message(QEvent* event)
     return;
   if (event->type() == QEvent::MouseButtonRelease) {
     if (PlacingStaticMarker && mouse->globalPosition().x() - pos().x() < Map->x()) {
-      QApplication::restoreOverrideCursor();
       unsetCursor();
       PlacingStaticMarker = false;
     }
