@@ -1,0 +1,354 @@
+#pragma once
+
+// The map widget: centre, zoom, the layer stack, the navigation panel, the
+// selection, and the two motions (zoom animation and inertial scrolling).
+
+#include "vxMapControlNavigationPanel.h"
+#include "vxMapControlTypes.h"
+#include "vxMapControlViewInfo.h"
+#include "vxMapLayer.h"
+
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QSet>
+#include <QTimer>
+#include <QVariantAnimation>
+#include <QWidget>
+
+#include <functional>
+#include <memory>
+
+class TvxCustomMapControl;
+
+enum TvxMapItemSelectMode
+{
+  mismNone,
+  mismSingle,
+  mismMultiple,
+  mismExtended
+};
+
+class TvxMapControlOptionsBehavior
+{
+public:
+  explicit TvxMapControlOptionsBehavior(TvxCustomMapControl* AMapControl) : FMapControl(AMapControl) {}
+
+  bool Animation() const { return FAnimation; }
+  void SetAnimation(bool AValue) { FAnimation = AValue; }
+  bool InertialScrolling() const { return FInertialScrolling; }
+  void SetInertialScrolling(bool AValue) { FInertialScrolling = AValue; }
+  TvxMapItemSelectMode MapItemSelectMode() const { return FMapItemSelectMode; }
+  void SetMapItemSelectMode(TvxMapItemSelectMode AValue);
+  bool Scrolling() const { return FScrolling; }
+  void SetScrolling(bool AValue);
+  bool Zooming() const { return FZooming; }
+  void SetZooming(bool AValue);
+
+private:
+  TvxCustomMapControl* FMapControl;
+  bool FAnimation = true;
+  bool FInertialScrolling = true;
+  TvxMapItemSelectMode FMapItemSelectMode = mismExtended;
+  bool FScrolling = true;
+  bool FZooming = true;
+};
+
+class TvxMapControlAnimationController
+{
+public:
+  static constexpr int ZoomAnimationDuration = 500;
+  static constexpr int ZoomAnimationLength = 100;
+
+  explicit TvxMapControlAnimationController(TvxCustomMapControl* AMapControl);
+  ~TvxMapControlAnimationController();
+
+  // The level now shown, fractional while an animation runs.
+  double ZoomLevel() const { return FZoomLevel; }
+  bool IsAnimating() const;
+  double ZoomAnimationStartLevel() const { return FZoomAnimationStartLevel; }
+  double NewLevel() const { return FNewLevel; }
+
+  void Zoom(double ANewLevel, const TvxPointDouble& AAnchorPoint, bool AAnimated, bool AIsAsyncMode);
+  void DoZoom(double ALevel);
+  void DoZoomAnimation(double APosition);
+  void StopZoomAnimation();
+
+private:
+  void StartZoomAnimation();
+
+  TvxCustomMapControl* FMapControl;
+  bool FIsAsyncMode = false;
+  std::unique_ptr<QVariantAnimation> FZoomAnimation;
+  TvxPointDouble FZoomAnimationAnchorPoint;
+  double FZoomAnimationStartLevel = 1.0;
+  double FZoomLevel = 1.0;
+  double FZoomPositionScale = 0;
+  double FNewLevel = 1.0;
+  TvxPointDouble FAnchorPoint;
+  bool FAnimated = false;
+};
+
+class TvxMapControlInertialScrollingController
+{
+public:
+  static constexpr int TimerInterval = 10;
+  static constexpr double DecelerationRate = 1500;
+
+  // The mean of the last five speed samples.
+  class TInertiaCalculator
+  {
+  public:
+    void AddItem(const TvxPointDouble& AValue);
+    void Clear() { FItems.clear(); }
+    TvxPointDouble GetValue() const;
+    int Count() const { return int(FItems.size()); }
+
+  private:
+    int FCapacity = 5;
+    QList<TvxPointDouble> FItems;
+  };
+
+  class TSpeedCalculator
+  {
+  public:
+    void Prepare(qint64 ATime, const QPoint& APos)
+    {
+      FLastTime = ATime;
+      FLastPos = APos;
+    }
+    QPoint FLastPos;
+    qint64 FLastTime = 0;
+  };
+
+  explicit TvxMapControlInertialScrollingController(TvxCustomMapControl* AMapControl);
+
+  void StartTrackSpeed();
+  void CheckSpeedValue();
+  void StopTrackSpeed();
+  void StopInertia();
+  bool IsActive() const { return FTimer.isActive(); }
+  bool IsInertiaRunning() const { return FInertiaRunning; }
+  const TvxPointDouble& Speed() const { return FSpeed; }
+  const TvxPointDouble& Deceleration() const { return FDeceleration; }
+  double InertiaTime() const { return FInertiaTime; }
+  const TInertiaCalculator& InertiaCalculator() const { return FInertiaCalculator; }
+  // The two ticks of the one timer; public so that a test can step them.
+  void TrackSpeedTimer();
+  void InertiaTimer();
+
+private:
+  TvxCustomMapControl* FMapControl;
+  TvxPointDouble FDeceleration;
+  TInertiaCalculator FInertiaCalculator;
+  double FInertiaTime = 0;
+  TvxPointDouble FSpeed;
+  TSpeedCalculator FSpeedCalculator;
+  TvxMapControlGeoPoint FStartCenterPoint;
+  qint64 FStartInertiaTime = 0;
+  QTimer FTimer;
+  bool FInertiaRunning = false;
+};
+
+class TvxMapControlSelectionController
+{
+public:
+  explicit TvxMapControlSelectionController(TvxCustomMapControl* AMapControl) : FMapControl(AMapControl) {}
+
+  const TvxMapItemList& Selection() const { return FSelection; }
+  bool IsSelected(IvxMapItem* AItem) const { return FSelection.contains(AItem); }
+  void Select(IvxMapItem* AItem, Qt::KeyboardModifiers AShift);
+  void AddSelection(IvxMapItem* AItem);
+  void Deselect(IvxMapItem* AItem);
+  void ClearSelection();
+
+private:
+  TvxCustomMapControl* FMapControl;
+  TvxMapItemList FSelection;
+};
+
+class TvxCustomMapControl : public QWidget
+{
+  Q_OBJECT
+
+public:
+  static constexpr double MinZoomLevel = 1.0;
+  static constexpr double MaxZoomLevel = 20.0;
+
+  explicit TvxCustomMapControl(QWidget* AParent = nullptr);
+  ~TvxCustomMapControl() override;
+
+  // Navigation.
+  double ZoomLevel() const { return FZoomLevel; }
+  void SetZoomLevel(double AValue);
+  double ActualZoomLevel() const { return FAnimationController->ZoomLevel(); }
+  TvxMapControlGeoLocation& CenterPoint() { return *FCenterPoint; }
+  const TvxMapControlGeoLocation& CenterPoint() const { return *FCenterPoint; }
+  void SetCenterPoint(const TvxMapControlGeoPoint& AValue) { FCenterPoint->SetGeoPoint(AValue); }
+  TvxMapControlGeoPoint ActualCenterPoint() const { return FCenterPoint->GeoPoint(); }
+  void Zoom(double AZoomLevel, bool AAnimated);
+  void Zoom(double AZoomLevel, const TvxPointDouble& AAnchorPoint, bool AAnimated, bool AIsAsyncMode);
+  void ZoomAsync(double AZoomLevel);
+  void ZoomIn();
+  void ZoomOut();
+  void ZoomToGeoRect(const TvxMapControlGeoRect& ARect);
+  void ZoomToGeoRect(const TvxMapControlGeoRect& ARect, double APaddingFactor);
+  void ZoomToFitItems(const TvxMapItemList& AItems, double APaddingFactor);
+  void ZoomToFitLayerItems(const QList<TvxMapLayer*>& ALayers, double APaddingFactor);
+  void ZoomToRegion(const TvxRectDouble& AMapRect, double APaddingFactor);
+  void ZoomToRegion(const QRect& AScreenRect);
+  void CalculateZoomAndCenterPointForRegion(const TvxRectDouble& AMapRect, double APaddingFactor,
+                                            double& AZoomLevel, TvxMapControlGeoPoint& ACenterPoint) const;
+  void ScrollMap(double ADX, double ADY);
+  TvxMapControlGeoPoint ScreenPointToGeoPoint(const TvxPointDouble& APoint) const;
+  double GetKilometersScale(const TvxMapControlGeoPoint& ACenterPoint, double AScreenDistance) const;
+  bool CanAnimate() const;
+  double CheckZoomLevel(double AValue) const;
+  double GetMaxZoomLevel() const { return MaxZoomLevel; }
+
+  // Layers.
+  TvxMapLayers& Layers() { return *FLayers; }
+  const TvxMapLayers& Layers() const { return *FLayers; }
+  template <class TLayer, class... TArgs>
+  TLayer* AddLayer(TArgs&&... AArgs)
+  {
+    return FLayers->Add<TLayer>(std::forward<TArgs>(AArgs)...);
+  }
+  TvxMapLayer* BaseLayer() const { return FLayers->GetBaseLayer(); }
+
+  // Updates.
+  void BeginUpdate();
+  void EndUpdate();
+  bool IsLocked() const;
+  void Changed();
+  void LayersChanged() { Changed(); }
+  void UpdateViewPort();
+  void InvalidateViewPort() { FIsViewPortValid = false; }
+  void CheckViewPort();
+  void InvalidateRect(const QRect& ARect);
+  bool IsViewInfoDirty() const { return FIsViewInfoDirty; }
+  // Construction in steps, such as reading settings, runs as a load.
+  void BeginLoading();
+  void EndLoading();
+  bool IsLoading() const { return FLoading; }
+  bool IsDestroying() const { return FDestroying; }
+
+  // Selection.
+  void BeginSelection();
+  void EndSelection();
+  void Select(IvxMapItem* AItem, Qt::KeyboardModifiers AShift, bool ACheckSelectMode);
+  void Deselect(IvxMapItem* AItem);
+  void ClearSelection();
+  const TvxMapItemList& SelectedMapItems() const { return FMapItemLayerSelectionController->Selection(); }
+  int SelectedMapItemCount() const { return int(SelectedMapItems().size()); }
+  void SelectMapItemsInRegion(const QRect& ARegion);
+  // Called by the selection controller; events owed are fired or recorded.
+  bool DoSelectionChanging(IvxMapItem* AItem);
+  void SelectionChanged();
+
+  // Parts.
+  TvxMapControlController& Controller() const { return *FController; }
+  TvxMapControlPainter& Painter() const { return *FPainter; }
+  TvxMapControlViewInfo& ViewInfo() const { return *FViewInfo; }
+  TvxMapControlNavigationPanel& NavigationPanel() const { return *FNavigationPanel; }
+  TvxMapControlOptionsBehavior& OptionsBehavior() const { return *FOptionsBehavior; }
+  TvxMapControlAnimationController& AnimationController() const { return *FAnimationController; }
+  TvxMapControlInertialScrollingController& InertiaController() const { return *FInertiaController; }
+  TvxMapControlHitTest& HitTest() const { return FController->HitTest(); }
+
+  QColor Color() const { return FColor; }
+  void SetColor(const QColor& AValue);
+  QRect ClientBounds() const { return rect(); }
+
+  // 96-DPI lengths of the on-map interface pass through this factor.
+  double ScaleFactor() const { return FScaleFactor; }
+  int ScaleValue(int AValue) const;
+  void ChangeScale(int AM, int AD);
+
+  // Drag state.
+  int DragMode() const { return FDragMode; }
+  bool IsDragging() const { return FDragMode != 0; }
+  const QRect& SelectedRegionBounds() const { return FSelectedRegionBounds; }
+  const QPoint& MouseDownPos() const { return FMouseDownPos; }
+  Qt::KeyboardModifiers ShiftState() const { return FShift; }
+  // The mouse position in client coordinates, read from the system.
+  QPoint MousePos() const;
+
+  // Events, as handlers the owner assigns.
+  std::function<void(TvxCustomMapControl*, TvxMapControlGeoPoint&, bool&)> OnCenterPointChanging;
+  std::function<void(TvxCustomMapControl*)> OnCenterPointChanged;
+  std::function<void(TvxCustomMapControl*, double, bool&)> OnZoomLevelChanging;
+  std::function<void(TvxCustomMapControl*)> OnZoomLevelChanged;
+  std::function<void(TvxCustomMapControl*, IvxMapItem*, bool&)> OnSelectionChanging;
+  std::function<void(TvxCustomMapControl*)> OnSelectionChanged;
+
+  // Used by the motions and the panel.
+  void DoSetCenterPoint(const TvxMapControlGeoPoint& AValue, bool ACheckAllow);
+  void DoZoomLevelChanged();
+  void RepaintNow();
+
+protected:
+  void paintEvent(QPaintEvent* AEvent) override;
+  void resizeEvent(QResizeEvent* AEvent) override;
+  void mousePressEvent(QMouseEvent* AEvent) override;
+  void mouseMoveEvent(QMouseEvent* AEvent) override;
+  void mouseReleaseEvent(QMouseEvent* AEvent) override;
+  void mouseDoubleClickEvent(QMouseEvent* AEvent) override;
+  void wheelEvent(QWheelEvent* AEvent) override;
+  void keyPressEvent(QKeyEvent* AEvent) override;
+  void keyReleaseEvent(QKeyEvent* AEvent) override;
+  void leaveEvent(QEvent* AEvent) override;
+  void showEvent(QShowEvent* AEvent) override;
+  void changeEvent(QEvent* AEvent) override;
+
+  virtual bool StartDragAndDrop(const QPoint& APoint);
+  virtual void DragAndDrop(const QPoint& APoint, bool& AAccepted);
+  virtual void EndDragAndDrop(bool AAccepted);
+
+private:
+  void CenterPointChanged();
+  void CheckScaleFactor();
+  void ScrollByArrowKeys();
+  void RememberMousePos(const QPoint& APoint);
+
+  std::unique_ptr<TvxMapControlAnimationController> FAnimationController;
+  std::unique_ptr<TvxMapControlGeoLocation> FCenterPoint;
+  QColor FColor;
+  std::unique_ptr<TvxMapControlController> FController;
+  int FDragMode = 0;
+  bool FIsViewInfoDirty = true;
+  bool FIsViewPortValid = false;
+  std::unique_ptr<TvxMapLayers> FLayers;
+  double FLoadedZoomLevel = 1.0;
+  int FLockCount = 0;
+  int FLockSelectionChangedEventCount = 0;
+  bool FSelectionChangedEventOccurs = false;
+  std::unique_ptr<TvxMapControlSelectionController> FMapItemLayerSelectionController;
+  std::unique_ptr<TvxMapControlNavigationPanel> FNavigationPanel;
+  std::unique_ptr<TvxMapControlOptionsBehavior> FOptionsBehavior;
+  std::unique_ptr<TvxMapControlPainter> FPainter;
+  QRect FSelectedRegionBounds;
+  Qt::KeyboardModifiers FShift;
+  TvxMapControlGeoPoint FStartCenterPoint;
+  std::unique_ptr<TvxMapControlViewInfo> FViewInfo;
+  double FZoomLevel = 1.0;
+  std::unique_ptr<TvxMapControlInertialScrollingController> FInertiaController;
+
+  bool FLoading = false;
+  bool FDestroying = false;
+  double FScaleFactor = 1.0;
+  QPoint FMouseDownPos;
+  bool FMouseDown = false;
+  bool FDragRefused = false;
+  QSet<int> FArrowKeys;
+  QPoint FMousePos;
+  bool FHasMousePos = false;
+};
+
+// The published form of the control.
+class TvxMapControl : public TvxCustomMapControl
+{
+  Q_OBJECT
+
+public:
+  using TvxCustomMapControl::TvxCustomMapControl;
+};

@@ -1,0 +1,221 @@
+#pragma once
+
+// Value types every part of the map engine exchanges. Three coordinate
+// spaces exist: geographic degrees, map units (the world is 0..1 on both
+// axes, Y growing south) and screen points (floating client pixels).
+
+#include <QHashFunctions>
+#include <QString>
+#include <QtGlobal>
+
+#include <functional>
+
+struct TvxPointDouble
+{
+  double X = 0;
+  double Y = 0;
+
+  constexpr TvxPointDouble() = default;
+  constexpr TvxPointDouble(double AX, double AY) : X(AX), Y(AY) {}
+
+  friend constexpr bool operator==(const TvxPointDouble&, const TvxPointDouble&) = default;
+};
+
+inline constexpr TvxPointDouble vxNullPointDouble{};
+
+// Height is stored first; the constructor function takes width first.
+struct TvxSizeDouble
+{
+  double Height = 0;
+  double Width = 0;
+
+  friend constexpr bool operator==(const TvxSizeDouble&, const TvxSizeDouble&) = default;
+};
+
+constexpr TvxSizeDouble vxSizeDouble(double AWidth, double AHeight)
+{
+  TvxSizeDouble Result;
+  Result.Width = AWidth;
+  Result.Height = AHeight;
+  return Result;
+}
+
+struct TvxRectDouble
+{
+  double Left = 0;
+  double Top = 0;
+  double Width = 0;
+  double Height = 0;
+
+  constexpr TvxRectDouble() = default;
+  constexpr TvxRectDouble(double ALeft, double ATop, double AWidth, double AHeight)
+    : Left(ALeft), Top(ATop), Width(AWidth), Height(AHeight)
+  {
+  }
+
+  constexpr double Right() const { return Left + Width; }
+  constexpr double Bottom() const { return Top + Height; }
+  constexpr TvxPointDouble TopLeft() const { return {Left, Top}; }
+  constexpr TvxPointDouble BottomRight() const { return {Right(), Bottom()}; }
+  constexpr bool IsEmpty() const { return !(Width > 0) || !(Height > 0); }
+
+  friend constexpr bool operator==(const TvxRectDouble&, const TvxRectDouble&) = default;
+};
+
+inline constexpr TvxRectDouble vxNullRectDouble{};
+
+// The tolerance rule of every geographic comparison: equal when the
+// difference is at most max(min(|a|, |b|) * 1e-12, 1e-12).
+bool vxSameValue(double A, double B);
+
+struct TvxMapControlGeoPoint
+{
+  double Latitude = 0;
+  double Longitude = 0;
+
+  // Latitude first, always.
+  static constexpr TvxMapControlGeoPoint Create(double ALatitude, double ALongitude)
+  {
+    TvxMapControlGeoPoint Result;
+    Result.Latitude = ALatitude;
+    Result.Longitude = ALongitude;
+    return Result;
+  }
+
+  bool IsEqual(const TvxMapControlGeoPoint& AOther) const;
+  // Inside [-90, 90] x [-180, 180], bounds included; NaN is never valid.
+  bool IsValid() const;
+  // "lat,lon", shortest form, "." whatever the locale.
+  QString AsString() const;
+};
+
+struct TvxMapControlGeoRect
+{
+  double Top = 0;     // north latitude
+  double Left = 0;    // west longitude
+  double Bottom = 0;  // south latitude
+  double Right = 0;   // east longitude
+
+  static constexpr TvxMapControlGeoRect Create(double ANorth, double AWest, double ASouth, double AEast)
+  {
+    TvxMapControlGeoRect Result;
+    Result.Top = ANorth;
+    Result.Left = AWest;
+    Result.Bottom = ASouth;
+    Result.Right = AEast;
+    return Result;
+  }
+
+  double NorthLatitude() const { return Top; }
+  double WestLongitude() const { return Left; }
+  double SouthLatitude() const { return Bottom; }
+  double EastLongitude() const { return Right; }
+  void SetNorthLatitude(double AValue) { Top = AValue; }
+  void SetWestLongitude(double AValue) { Left = AValue; }
+  void SetSouthLatitude(double AValue) { Bottom = AValue; }
+  void SetEastLongitude(double AValue) { Right = AValue; }
+
+  TvxMapControlGeoPoint TopLeft() const { return TvxMapControlGeoPoint::Create(Top, Left); }
+  TvxMapControlGeoPoint BottomRight() const { return TvxMapControlGeoPoint::Create(Bottom, Right); }
+
+  bool IsEqual(const TvxMapControlGeoRect& AOther) const;
+  // Both corners valid, north strictly above south, east strictly right of
+  // west: empty rectangles and ones across the antimeridian are invalid.
+  bool IsValid() const;
+  // "south,west,north,east".
+  QString AsString() const;
+};
+
+struct TvxMapControlTileIndex
+{
+  qint32 X = 0;
+  qint32 Y = 0;
+  qint32 Level = 0;
+
+  friend constexpr bool operator==(const TvxMapControlTileIndex&, const TvxMapControlTileIndex&) = default;
+};
+
+inline constexpr TvxMapControlTileIndex vxMapControlInvalidTileIndex{-1, -1, -1};
+
+inline bool vxMapControlTileIndexIsEqual(const TvxMapControlTileIndex& A, const TvxMapControlTileIndex& B)
+{
+  return A == B;
+}
+
+// Covers all three fields, so neighbouring tiles of all levels spread well.
+inline size_t qHash(const TvxMapControlTileIndex& AIndex, size_t ASeed = 0) noexcept
+{
+  return qHashMulti(ASeed, AIndex.X, AIndex.Y, AIndex.Level);
+}
+
+// Max is exclusive on X and Y, Min inclusive.
+struct TvxMapControlTileRange
+{
+  TvxMapControlTileIndex Max;
+  TvxMapControlTileIndex Min;
+};
+
+// An observable geographic point, such as the control's centre.
+class TvxMapControlGeoLocation
+{
+public:
+  explicit TvxMapControlGeoLocation(void* AOwner = nullptr) : FOwner(AOwner) {}
+
+  void* Owner() const { return FOwner; }
+
+  const TvxMapControlGeoPoint& GeoPoint() const { return FGeoPoint; }
+  // Compared by the tolerance rule.
+  void SetGeoPoint(const TvxMapControlGeoPoint& AValue);
+  double Latitude() const { return FGeoPoint.Latitude; }
+  double Longitude() const { return FGeoPoint.Longitude; }
+  // These two compare exactly, unlike SetGeoPoint; both paths are kept.
+  void SetLatitude(double AValue);
+  void SetLongitude(double AValue);
+  void Assign(const TvxMapControlGeoLocation& ASource) { SetGeoPoint(ASource.GeoPoint()); }
+
+  std::function<void(TvxMapControlGeoLocation*)> OnChanged;
+
+private:
+  void Changed();
+
+  void* FOwner;
+  TvxMapControlGeoPoint FGeoPoint;
+};
+
+class TvxMapControlGeoRectPersistent
+{
+public:
+  explicit TvxMapControlGeoRectPersistent(void* AOwner = nullptr) : FOwner(AOwner) {}
+
+  void* Owner() const { return FOwner; }
+
+  const TvxMapControlGeoRect& GeoRect() const { return FGeoRect; }
+  void SetGeoRect(const TvxMapControlGeoRect& AValue);
+  double NorthLatitude() const { return FGeoRect.Top; }
+  double WestLongitude() const { return FGeoRect.Left; }
+  double SouthLatitude() const { return FGeoRect.Bottom; }
+  double EastLongitude() const { return FGeoRect.Right; }
+  void SetNorthLatitude(double AValue);
+  void SetWestLongitude(double AValue);
+  void SetSouthLatitude(double AValue);
+  void SetEastLongitude(double AValue);
+  void Assign(const TvxMapControlGeoRectPersistent& ASource) { SetGeoRect(ASource.GeoRect()); }
+
+  std::function<void(TvxMapControlGeoRectPersistent*)> OnChanged;
+
+private:
+  void SetField(double& AField, double AValue);
+
+  void* FOwner;
+  TvxMapControlGeoRect FGeoRect;
+};
+
+// Element states of everything laid out on the control.
+enum TvxMapControlElementState
+{
+  mcesNormal,
+  mcesHot,
+  mcesPressed,
+  mcesSelected,
+  mcesDisabled
+};
