@@ -115,6 +115,9 @@ void TvxMapControlController::ElementDestroying(TvxMapControlElementViewInfo* AE
 void TvxMapControlController::DoMouseDown(Qt::MouseButton AButton, const QPoint& APoint)
 {
   HideHint();
+  // A tap on a touch screen presses without a move before it.
+  if (!FMapControl->IsDragging())
+    CheckHotElement(APoint);
   FHitTest->Calculate(APoint);
   SetPressedElement(FHitTest->HitObject());
   if (FPressedElement)
