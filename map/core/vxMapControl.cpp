@@ -139,7 +139,12 @@ void TvxMapControlAnimationController::StartZoomAnimation()
 
 void TvxMapControlAnimationController::DoZoomAnimation(double APosition)
 {
-  DoZoom(FZoomAnimationStartLevel + APosition * FZoomPositionScale);
+  // The end lands on the target exactly: a level a hair below a whole one
+  // would truncate a whole level lower in a later zoom to a region.
+  if (APosition >= ZoomAnimationLength)
+    DoZoom(FNewLevel);
+  else
+    DoZoom(FZoomAnimationStartLevel + APosition * FZoomPositionScale);
 }
 
 void TvxMapControlAnimationController::DoZoom(double ALevel)
@@ -909,7 +914,11 @@ void TvxCustomMapControl::DragAndDrop(const QPoint& APoint, bool& AAccepted)
   else if (FDragMode == 2 || FDragMode == 3)
   {
     const QRect Old = FSelectedRegionBounds;
-    FSelectedRegionBounds = QRect(FMouseDownPos, APoint).normalized().intersected(ClientBounds());
+    // From corner to corner, right and bottom excluded: a drag of 200 pixels
+    // is a region 200 wide.
+    const QRect Region(std::min(FMouseDownPos.x(), APoint.x()), std::min(FMouseDownPos.y(), APoint.y()),
+                       std::abs(APoint.x() - FMouseDownPos.x()), std::abs(APoint.y() - FMouseDownPos.y()));
+    FSelectedRegionBounds = Region.intersected(ClientBounds());
     InvalidateRect(Old.adjusted(-1, -1, 1, 1));
     InvalidateRect(FSelectedRegionBounds.adjusted(-1, -1, 1, 1));
   }
