@@ -938,6 +938,9 @@ void TvxCustomMapControl::EndDragAndDrop(bool)
     ZoomToRegion(Region);
   else if (BaseLayer() && FOptionsBehavior->InertialScrolling())
     FInertiaController->StopTrackSpeed();
+  else
+    // Inertia switched off during the pan: the speed tracking ends too.
+    FInertiaController->StopInertia();
 }
 
 void TvxCustomMapControl::wheelEvent(QWheelEvent* AEvent)
