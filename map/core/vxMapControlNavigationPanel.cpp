@@ -206,7 +206,7 @@ QString FormatPattern(const QString& AFormat, const QString& ALetter, double AVa
   // The format language of the masks: %[index:][-][width][.precision]type
   // with the types s, d and f over the seven arguments. A specifier that
   // does not fit its argument is shown as written.
-  static const QRegularExpression Spec(QStringLiteral("%(?:(\\d+):)?(-)?(\\d+)?(?:\\.(\\d+))?([sdfSDF])"));
+  static const QRegularExpression Specifier(QStringLiteral("%(?:(\\d+):)?(-)?(\\d+)?(?:\\.(\\d+))?([sdfSDF])"));
   QString Result;
   qsizetype I = 0;
   int NextIndex = 0;
@@ -226,7 +226,7 @@ QString FormatPattern(const QString& AFormat, const QString& ALetter, double AVa
       continue;
     }
     const QRegularExpressionMatch Match =
-      Spec.match(AFormat, I, QRegularExpression::NormalMatch, QRegularExpression::AnchorAtOffsetMatchOption);
+      Specifier.match(AFormat, I, QRegularExpression::NormalMatch, QRegularExpression::AnchorAtOffsetMatchOption);
     if (!Match.hasMatch())
     {
       Result += C;
