@@ -12,9 +12,6 @@
 class TvxCustomMapControl;
 class TvxMapControlNavigationPanel;
 
-// Alpha colours use this value for "not set"; plain colours the other.
-inline constexpr quint32 vxMapControlDefaultAlphaColor = 0x00010203;
-inline constexpr quint32 vxMapControlDefaultColor = 0x20000000;
 
 class TvxMapControlNavigationPanelStyle
 {

@@ -210,6 +210,11 @@ private:
   TvxMapControlGeoRect FGeoRect;
 };
 
+// Colours are 32-bit ARGB. Alpha colours use this value for "not set" (it
+// can never be a real colour); plain colours use the other.
+inline constexpr quint32 vxMapControlDefaultAlphaColor = 0x00010203;
+inline constexpr quint32 vxMapControlDefaultColor = 0x20000000;
+
 // Element states of everything laid out on the control.
 enum TvxMapControlElementState
 {
