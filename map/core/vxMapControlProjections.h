@@ -40,30 +40,36 @@ protected:
   double ClampLongitude(double ALongitude) const;
 };
 
-// Calculators with formulas per axis.
-
-class TvxMapControlSphericalMercatorProjectionCalculator : public TvxMapControlProjectionCalculator
+// Every calculator's limits are symmetric: latitude within +-ALatitudeLimit,
+// longitude within +-180.
+template <class TBase, double ALatitudeLimit>
+class TvxMapControlLimitedProjectionCalculator : public TBase
 {
 public:
-  double MaxLatitudeInternal() const override { return 85.05112878; }
+  double MaxLatitudeInternal() const override { return ALatitudeLimit; }
   double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -85.05112878; }
+  double MinLatitudeInternal() const override { return -ALatitudeLimit; }
   double MinLongitudeInternal() const override { return -180; }
+};
+
+// Calculators with formulas per axis.
+
+class TvxMapControlSphericalMercatorProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 85.05112878>
+{
+public:
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
 };
 
-class TvxMapControlEllipticalMercatorProjectionCalculator : public TvxMapControlProjectionCalculator
+class TvxMapControlEllipticalMercatorProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 85.08405905>
 {
 public:
   TvxMapControlEllipticalMercatorProjectionCalculator();
 
-  double MaxLatitudeInternal() const override { return 85.08405905; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -85.08405905; }
-  double MinLongitudeInternal() const override { return -180; }
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
@@ -78,13 +84,10 @@ private:
   const double FEccentricityHalf;
 };
 
-class TvxMapControlMillerProjectionCalculator : public TvxMapControlProjectionCalculator
+class TvxMapControlMillerProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
@@ -95,26 +98,20 @@ private:
   const double FScaleFactor = 0.7331989845164545;
 };
 
-class TvxMapControlEquirectangularProjectionCalculator : public TvxMapControlProjectionCalculator
+class TvxMapControlEquirectangularProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
 };
 
-class TvxMapControlEqualAreaProjectionCalculator : public TvxMapControlProjectionCalculator
+class TvxMapControlEqualAreaProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
@@ -126,13 +123,10 @@ class TvxMapControlLambertCylindricalEqualAreaProjectionCalculator : public TvxM
 {
 };
 
-class TvxMapControlBraunStereographicProjectionCalculator : public TvxMapControlProjectionCalculator
+class TvxMapControlBraunStereographicProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
@@ -151,26 +145,20 @@ public:
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
 };
 
-class TvxMapControlKavrayskiyProjectionCalculator : public TvxMapControlWholePointProjectionCalculator
+class TvxMapControlKavrayskiyProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   TvxMapControlGeoPoint GetGeoPoint(const TvxPointDouble& AMapPoint, const TvxPointDouble& AOffset,
                                     const TvxPointDouble& AScale) const override;
   TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
                             const TvxPointDouble& AScale) const override;
 };
 
-class TvxMapControlSinusoidalProjectionCalculator : public TvxMapControlWholePointProjectionCalculator
+class TvxMapControlSinusoidalProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   TvxMapControlGeoPoint GetGeoPoint(const TvxPointDouble& AMapPoint, const TvxPointDouble& AOffset,
                                     const TvxPointDouble& AScale) const override;
   TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
@@ -178,13 +166,10 @@ public:
 };
 
 // Plain degrees; offset and scale are ignored on purpose.
-class TvxMapControlEPSG4326ProjectionCalculator : public TvxMapControlWholePointProjectionCalculator
+class TvxMapControlEPSG4326ProjectionCalculator
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 90.0>
 {
 public:
-  double MaxLatitudeInternal() const override { return 90; }
-  double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -90; }
-  double MinLongitudeInternal() const override { return -180; }
   TvxMapControlGeoPoint GetGeoPoint(const TvxPointDouble& AMapPoint, const TvxPointDouble& AOffset,
                                     const TvxPointDouble& AScale) const override;
   TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
