@@ -451,6 +451,15 @@ void TvxCustomMapControl::Deselect(IvxMapItem* AItem)
     FMapItemLayerSelectionController->Deselect(AItem);
 }
 
+void TvxCustomMapControl::MapItemDestroying(IvxMapItem* AItem)
+{
+  if (!FMapItemLayerSelectionController)
+    return;
+  Deselect(AItem);
+  if (FMapItemLayerSelectionController->Remove(AItem))
+    SelectionChanged();
+}
+
 void TvxCustomMapControl::ClearSelection()
 {
   if (FMapItemLayerSelectionController)

@@ -89,6 +89,8 @@ public:
   void EndSelection();
   void Select(IvxMapItem* AItem, Qt::KeyboardModifiers AShift, bool ACheckSelectMode);
   void Deselect(IvxMapItem* AItem);
+  // A dying item leaves the selection even if the changing event refuses.
+  void MapItemDestroying(IvxMapItem* AItem);
   void ClearSelection();
   const TvxMapItemList& SelectedMapItems() const { return FMapItemLayerSelectionController->Selection(); }
   int SelectedMapItemCount() const { return int(SelectedMapItems().size()); }

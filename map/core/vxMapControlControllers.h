@@ -155,6 +155,8 @@ public:
   void Select(IvxMapItem* AItem, Qt::KeyboardModifiers AShift);
   void AddSelection(IvxMapItem* AItem);
   void Deselect(IvxMapItem* AItem);
+  // Takes the item out without asking; true if it was selected.
+  bool Remove(IvxMapItem* AItem) { return FSelection.removeOne(AItem); }
   void ClearSelection();
 
 private:

@@ -215,6 +215,70 @@ void TvxMapControlPainter::DrawBackground(const QRect& ABounds, const QColor& AC
   Canvas().fillRect(ABounds, AColor.isValid() ? AColor : FLookAndFeel.ContentColor);
 }
 
+quint32 TvxMapControlPainter::MapControlShapeColor(TvxMapControlElementState) const
+{
+  return 0xFFD7D7D7;
+}
+
+quint32 TvxMapControlPainter::MapControlShapeBorderColor(TvxMapControlElementState) const
+{
+  return 0xFFFFFFFF;
+}
+
+int TvxMapControlPainter::MapControlShapeBorderWidth(TvxMapControlElementState) const
+{
+  return 1;
+}
+
+QSize TvxMapControlPainter::MapControlGetMapPushpinSize(double AScaleFactor) const
+{
+  return {int(std::lround(35 * AScaleFactor)), int(std::lround(44 * AScaleFactor))};
+}
+
+QPoint TvxMapControlPainter::MapControlGetMapPushpinTextOrigin(double AScaleFactor) const
+{
+  return {int(std::lround(17 * AScaleFactor)), int(std::lround(17 * AScaleFactor))};
+}
+
+QMargins TvxMapControlPainter::MapControlMapCustomElementSelectionOffset(double AScaleFactor) const
+{
+  const int M = int(std::lround(14 * AScaleFactor));
+  return {M, M, M, M};
+}
+
+void TvxMapControlPainter::DrawMapPushpin(const QRect& ABounds, double, TvxMapControlElementState)
+{
+  // Loaded once; the pin is the same for every state.
+  static const QImage Pin(QStringLiteral(":/mapwright/map/vxMapPushpin.png"));
+  Canvas().drawImage(ABounds, Pin);
+}
+
+void TvxMapControlPainter::DrawMapCustomElementBackground(const QRect& ABounds, TvxMapControlElementState AState)
+{
+  QColor Fill = Qt::transparent;
+  QColor Border = Qt::transparent;
+  if (AState == mcesHot || AState == mcesPressed)
+  {
+    Fill = QColor::fromRgba(0x5AFFFFFF);
+    Border = QColor::fromRgba(0x5A000000);
+  }
+  else if (AState == mcesSelected)
+  {
+    Fill = QColor::fromRgba(0x80FFFFFF);
+    Border = QColor::fromRgba(0x80000000);
+  }
+  if (Fill.alpha() == 0 && Border.alpha() == 0)
+    return;
+  QPainter& C = Canvas();
+  C.save();
+  C.setRenderHint(QPainter::Antialiasing);
+  C.setPen(QPen(Border, 1));
+  C.setBrush(Fill);
+  // The border of width 1 lies inside the bounds.
+  C.drawRoundedRect(QRectF(ABounds).adjusted(0.5, 0.5, -0.5, -0.5), 4, 4);
+  C.restore();
+}
+
 void TvxMapControlPainter::DrawNavigationPanel(const QRect& ABounds, const QColor& AColor)
 {
   Canvas().fillRect(ABounds, AColor);

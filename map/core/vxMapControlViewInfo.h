@@ -8,6 +8,7 @@
 #include <QColor>
 #include <QFont>
 #include <QList>
+#include <QMargins>
 #include <QPoint>
 #include <QRect>
 #include <QTimer>
@@ -150,6 +151,24 @@ public:
   virtual void DrawZoomTrackBarScale(const QRect& ABounds, const QRect& AThumbBounds, const QColor& AColor);
   virtual void DrawZoomTrackBarThumbnail(const QRect& ABounds, const QColor& AColor);
   virtual void DrawBackground(const QRect& ABounds, const QColor& AColor);
+
+  // The skin's values for map items; a state other than normal and selected
+  // takes the highlighted value. Widths are at 96 DPI.
+  virtual quint32 MapControlShapeColor(TvxMapControlElementState AState) const;
+  virtual quint32 MapControlShapeBorderColor(TvxMapControlElementState AState) const;
+  virtual int MapControlShapeBorderWidth(TvxMapControlElementState AState) const;
+  virtual quint32 MapControlMapCustomElementTextColor() const { return 0xFF000000; }
+  virtual quint32 MapControlMapCustomElementTextGlowColor() const { return 0xFFFFFFFF; }
+  virtual quint32 MapControlMapPushpinTextColor() const { return 0xFF000000; }
+  virtual quint32 MapControlMapPushpinTextGlowColor() const { return 0xFFFFFFFF; }
+  // The built-in pin: its size and the centre of its text, scaled.
+  virtual QSize MapControlGetMapPushpinSize(double AScaleFactor) const;
+  virtual QPoint MapControlGetMapPushpinTextOrigin(double AScaleFactor) const;
+  virtual QMargins MapControlMapCustomElementSelectionOffset(double AScaleFactor) const;
+  // The built-in pin stretched into the rectangle.
+  virtual void DrawMapPushpin(const QRect& ABounds, double AScaleFactor, TvxMapControlElementState AState);
+  // The rounded panel behind a custom element, by state.
+  virtual void DrawMapCustomElementBackground(const QRect& ABounds, TvxMapControlElementState AState);
 
 private:
   TvxCustomMapControl* FMapControl;

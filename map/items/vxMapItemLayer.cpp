@@ -1,0 +1,7 @@
+#include "vxMapItemLayer.h"
+
+TvxMapItemLayer::TvxMapItemLayer(TvxMapLayers* ACollection) : TvxCustomMapItemLayer(ACollection)
+{
+}
+
+TvxMapItemLayer::~TvxMapItemLayer() = default;
