@@ -512,6 +512,11 @@ QPoint TvxCustomMapControl::MousePos() const
   return FHasMousePos ? FMousePos : mapFromGlobal(QCursor::pos());
 }
 
+bool TvxCustomMapControl::IsMouseOver() const
+{
+  return FHasMousePos || (isVisible() && underMouse());
+}
+
 void TvxCustomMapControl::RememberMousePos(const QPoint& APoint)
 {
   FMousePos = APoint;

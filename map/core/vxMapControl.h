@@ -126,6 +126,8 @@ public:
   Qt::KeyboardModifiers ShiftState() const { return FShift; }
   // The mouse position in client coordinates, read from the system.
   QPoint MousePos() const;
+  // Whether the mouse is over the map now; a hidden control never has it.
+  bool IsMouseOver() const;
 
   // Events, as handlers the owner assigns.
   std::function<void(TvxCustomMapControl*, TvxMapControlGeoPoint&, bool&)> OnCenterPointChanging;

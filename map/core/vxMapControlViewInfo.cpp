@@ -469,8 +469,11 @@ void TvxMapControlViewInfo::Calculate()
   FVisibleElements.clear();
   AddVisibleElements();
   CalculateElements();
+  // The element under the mouse turns hot after a layout; with the mouse
+  // elsewhere (or a control rendered without a window) none is.
   if (!FMapControl->IsDragging())
-    FMapControl->Controller().CheckHotElement(FMapControl->MousePos());
+    FMapControl->Controller().CheckHotElement(FMapControl->IsMouseOver() ? FMapControl->MousePos()
+                                                                          : QPoint(-1, -1));
 }
 
 void TvxMapControlViewInfo::AddVisibleElements()

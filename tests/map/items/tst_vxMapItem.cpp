@@ -4,6 +4,7 @@
 #include "vxMapItemLayer.h"
 
 #include <QBuffer>
+#include <QCursor>
 #include <QDate>
 #include <QImage>
 #include <QMouseEvent>
@@ -481,6 +482,21 @@ private Q_SLOTS:
     Item->SetLocation(Item->Location);
     QVERIFY(!Item->ViewInfo()->PtInElement(QPoint(-5, 10)));
     QVERIFY(Item->ViewInfo()->PtInElement(QPoint(5, 10)));
+  }
+
+  void renderedWithoutWindowNothingTurnsHot()
+  {
+    // The headless renderer never shows its control: wherever the system's
+    // cursor is, no item may take the hot look.
+    TvxMapControl Control;
+    Control.resize(300, 200);
+    auto* Layer = Control.AddLayer<TvxMapItemLayer>();
+    auto* Item = Layer->AddItem<TBoxItem>();
+    Item->Size = 1000;
+    Item->SetLocation(TvxMapControlGeoPoint::Create(0, 0));
+    QCursor::setPos(Control.mapToGlobal(QPoint(150, 100)));
+    Control.Changed();
+    QCOMPARE(Item->ViewInfo()->State(), mcesNormal);
   }
 
   void paintOrderInBands()
