@@ -1,7 +1,10 @@
+#include "GoldenImage.h"
 #include "TestRegistry.h"
 #include "vxMapControl.h"
 #include "vxMapItemFileLayer.h"
 #include "vxMapItemLayer.h"
+#include "vxMapMultiPointItems.h"
+#include "vxMapPointItems.h"
 
 #include <QBuffer>
 #include <QCursor>
@@ -530,6 +533,47 @@ private Q_SLOTS:
     QCOMPARE(QColor(Map.Render().pixel(Map.At(Hot))), QColor(Qt::cyan));
     Hot->ViewInfo()->SetState(mcesHot);
     QCOMPARE(QColor(Map.Render().pixel(Map.At(Hot))), QColor(Qt::green));
+  }
+
+  void bandOrderGolden()
+  {
+    // Real items: a pushpin and a title added before the polygons still
+    // lie above them; the hot polygon lies above the selected one although
+    // it comes first.
+    TMap Map;
+    Map.Control.resize(240, 160);
+    for (TvxMapControlElementState State : {mcesNormal, mcesHot, mcesSelected})
+      Map.Layer->ItemStyles().Style(State)->SetFont(vxPinnedFont(12));
+    Map.Layer->ItemStyle().SetColor(0xFF7FA7D0);
+    Map.Layer->ItemStyleHot().SetColor(0xFFE0A040);
+    Map.Layer->ItemStyleSelected().SetColor(0xFF50A050);
+    Map.Layer->ItemStyleSelected().SetBorderColor(0xFF205020);
+    Map.Layer->ItemStyleSelected().SetBorderWidth(3);
+    auto* Pin = Map.Layer->AddItem<TvxMapPushpin>();
+    Pin->SetLocation(TvxMapControlGeoPoint::Create(0, 0));
+    Pin->SetText("1");
+    auto Square = [&Map](double ALatitude, double ALongitude, const QString& ATitle) {
+      auto* Polygon = Map.Layer->AddItem<TvxMapPolygon>();
+      const double D = 6;
+      Polygon->GeoPoints().AddRange({TvxMapControlGeoPoint::Create(ALatitude + D, ALongitude - D),
+                                     TvxMapControlGeoPoint::Create(ALatitude + D, ALongitude + D),
+                                     TvxMapControlGeoPoint::Create(ALatitude - D, ALongitude + D),
+                                     TvxMapControlGeoPoint::Create(ALatitude - D, ALongitude - D)});
+      Polygon->TitleOptions().SetText(ATitle);
+      return Polygon;
+    };
+    TvxMapPolygon* Hot = Square(-3, -8, "Hot");
+    TvxMapPolygon* Selected = Square(3, 2, "Sel");
+    Square(-2, 10, "N");
+    Selected->SetSelected(true);
+    Hot->ViewInfo()->SetState(mcesHot);
+    QImage Image(Map.Control.size(), QImage::Format_ARGB32);
+    Image.fill(Qt::white);
+    Map.Control.render(&Image);
+    const QString Failure = vxCheckGoldenImage(Image, MAPWRIGHT_GOLDEN_DIR, "band_order");
+    if (Failure == "written")
+      QSKIP("golden image written");
+    QVERIFY2(Failure.isEmpty(), qPrintable(Failure));
   }
 
   void mapSizeAndZoomToFit()
