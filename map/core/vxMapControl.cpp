@@ -154,16 +154,7 @@ void TvxCustomMapControl::ZoomToFitItems(const TvxMapItemList& AItems, double AP
     if (!Item->ItemVisible() || !Item->ItemLayer() || !Item->ItemLayer()->IsActuallyVisible())
       continue;
     const TvxRectDouble R = Item->ItemMapBounds();
-    if (!Found)
-      Bounds = R;
-    else
-    {
-      const double Left = std::min(Bounds.Left, R.Left);
-      const double Top = std::min(Bounds.Top, R.Top);
-      const double Right = std::max(Bounds.Right(), R.Right());
-      const double Bottom = std::max(Bounds.Bottom(), R.Bottom());
-      Bounds = {Left, Top, Right - Left, Bottom - Top};
-    }
+    Bounds = Found ? vxUnionRectDouble(Bounds, R) : R;
     Found = true;
   }
   if (Found)

@@ -64,6 +64,16 @@ struct TvxRectDouble
 
 inline constexpr TvxRectDouble vxNullRectDouble{};
 
+// The smallest rectangle holding both, empty ones included.
+constexpr TvxRectDouble vxUnionRectDouble(const TvxRectDouble& A, const TvxRectDouble& B)
+{
+  const double Left = A.Left < B.Left ? A.Left : B.Left;
+  const double Top = A.Top < B.Top ? A.Top : B.Top;
+  const double Right = A.Right() > B.Right() ? A.Right() : B.Right();
+  const double Bottom = A.Bottom() > B.Bottom() ? A.Bottom() : B.Bottom();
+  return {Left, Top, Right - Left, Bottom - Top};
+}
+
 // The tolerance rule of every geographic comparison: equal when the
 // difference is at most max(min(|a|, |b|) * 1e-12, 1e-12).
 bool vxSameValue(double A, double B);
@@ -208,6 +218,37 @@ private:
 
   void* FOwner;
   TvxMapControlGeoRect FGeoRect;
+};
+
+// Nested update brackets of a collection: changes inside them fire once,
+// when the outermost one closes.
+class TvxUpdateCounter
+{
+public:
+  explicit TvxUpdateCounter(std::function<void()> AFire) : FFire(std::move(AFire)) {}
+
+  void BeginUpdate() { ++FLockCount; }
+  void EndUpdate()
+  {
+    if (--FLockCount == 0 && FChanged)
+      Changed();
+  }
+  bool IsLocked() const { return FLockCount > 0; }
+  void Changed()
+  {
+    if (FLockCount > 0)
+    {
+      FChanged = true;
+      return;
+    }
+    FChanged = false;
+    FFire();
+  }
+
+private:
+  std::function<void()> FFire;
+  int FLockCount = 0;
+  bool FChanged = false;
 };
 
 // Colours are 32-bit ARGB. Alpha colours use this value for "not set" (it

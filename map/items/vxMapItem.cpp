@@ -402,28 +402,6 @@ void TvxMapItems::ChangeScale(int AM, int AD)
     Item->ChangeScale(AM, AD);
 }
 
-void TvxMapItems::BeginUpdate()
-{
-  ++FLockCount;
-}
-
-void TvxMapItems::EndUpdate()
-{
-  if (--FLockCount == 0 && FChanged)
-    Changed();
-}
-
-void TvxMapItems::Changed()
-{
-  if (FLockCount > 0)
-  {
-    FChanged = true;
-    return;
-  }
-  FChanged = false;
-  if (OnChanged)
-    OnChanged(this);
-}
 
 // TvxCustomMapItemViewInfo
 
@@ -835,16 +813,7 @@ bool TvxMapItemsZoomHelper::CalculateMapBounds(const TvxMapItemList& AItems, Tvx
     if (!Item->ItemVisible() || !Item->ItemLayer() || !Item->ItemLayer()->IsActuallyVisible())
       continue;
     const TvxRectDouble R = Item->ItemMapBounds();
-    if (!Found)
-      ABounds = R;
-    else
-    {
-      const double Left = std::min(ABounds.Left, R.Left);
-      const double Top = std::min(ABounds.Top, R.Top);
-      const double Right = std::max(ABounds.Right(), R.Right());
-      const double Bottom = std::max(ABounds.Bottom(), R.Bottom());
-      ABounds = {Left, Top, Right - Left, Bottom - Top};
-    }
+    ABounds = Found ? vxUnionRectDouble(ABounds, R) : R;
     Found = true;
   }
   return Found;

@@ -181,7 +181,13 @@ private:
 class TvxMapItems
 {
 public:
-  explicit TvxMapItems(TvxCustomMapItemLayer* ALayer) : FLayer(ALayer) {}
+  explicit TvxMapItems(TvxCustomMapItemLayer* ALayer)
+    : FLayer(ALayer), FUpdates([this] {
+        if (OnChanged)
+          OnChanged(this);
+      })
+  {
+  }
   TvxMapItems(const TvxMapItems&) = delete;
   TvxMapItems& operator=(const TvxMapItems&) = delete;
   ~TvxMapItems();
@@ -204,9 +210,9 @@ public:
   void Clear();
   void ChangeScale(int AM, int AD);
 
-  void BeginUpdate();
-  void EndUpdate();
-  void Changed();
+  void BeginUpdate() { FUpdates.BeginUpdate(); }
+  void EndUpdate() { FUpdates.EndUpdate(); }
+  void Changed() { FUpdates.Changed(); }
 
   std::function<void(TvxMapItems*)> OnChanged;
 
@@ -215,8 +221,7 @@ private:
 
   TvxCustomMapItemLayer* FLayer;
   std::vector<std::unique_ptr<TvxMapItem>> FItems;
-  int FLockCount = 0;
-  bool FChanged = false;
+  TvxUpdateCounter FUpdates;
 };
 
 // An element of an item layer: paints only where it meets the map.

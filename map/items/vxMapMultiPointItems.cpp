@@ -178,28 +178,6 @@ void TvxMapControlGeoPointCollection::Assign(const TvxMapControlGeoPointCollecti
   EndUpdate();
 }
 
-void TvxMapControlGeoPointCollection::BeginUpdate()
-{
-  ++FLockCount;
-}
-
-void TvxMapControlGeoPointCollection::EndUpdate()
-{
-  if (--FLockCount == 0 && FChanged)
-    Changed();
-}
-
-void TvxMapControlGeoPointCollection::Changed()
-{
-  if (FLockCount > 0)
-  {
-    FChanged = true;
-    return;
-  }
-  FChanged = false;
-  if (OnChanged)
-    OnChanged(this);
-}
 
 // TvxMapCustomMultiPointItem
 
@@ -365,28 +343,6 @@ void TvxMapPathSegments::RecreateViewInfos()
     Segment->RecreateViewInfo();
 }
 
-void TvxMapPathSegments::BeginUpdate()
-{
-  ++FLockCount;
-}
-
-void TvxMapPathSegments::EndUpdate()
-{
-  if (--FLockCount == 0 && FChanged)
-    Changed();
-}
-
-void TvxMapPathSegments::Changed()
-{
-  if (FLockCount > 0)
-  {
-    FChanged = true;
-    return;
-  }
-  FChanged = false;
-  if (OnChanged)
-    OnChanged(this);
-}
 
 // TvxMapPath
 
@@ -930,16 +886,7 @@ TvxRectDouble TvxMapPathCustomViewInfo<TSegmentViewInfo>::DoGetMapBounds()
     if (!Path()->Segments().Items(I)->Visible())
       continue;
     const TvxRectDouble R = SegmentViewInfo(I)->GetMapBounds();
-    if (!Found)
-      Result = R;
-    else
-    {
-      const double Left = std::min(Result.Left, R.Left);
-      const double Top = std::min(Result.Top, R.Top);
-      const double Right = std::max(Result.Right(), R.Right());
-      const double Bottom = std::max(Result.Bottom(), R.Bottom());
-      Result = {Left, Top, Right - Left, Bottom - Top};
-    }
+    Result = Found ? vxUnionRectDouble(Result, R) : R;
     Found = true;
   }
   return Result;

@@ -52,7 +52,13 @@ private:
 class TvxMapControlGeoPointCollection
 {
 public:
-  TvxMapControlGeoPointCollection() = default;
+  TvxMapControlGeoPointCollection()
+    : FUpdates([this] {
+        if (OnChanged)
+          OnChanged(this);
+      })
+  {
+  }
   TvxMapControlGeoPointCollection(const TvxMapControlGeoPointCollection&) = delete;
   TvxMapControlGeoPointCollection& operator=(const TvxMapControlGeoPointCollection&) = delete;
   ~TvxMapControlGeoPointCollection();
@@ -73,17 +79,16 @@ public:
   void Clear();
   void Assign(const TvxMapControlGeoPointCollection& ASource);
 
-  void BeginUpdate();
-  void EndUpdate();
+  void BeginUpdate() { FUpdates.BeginUpdate(); }
+  void EndUpdate() { FUpdates.EndUpdate(); }
   // Fires OnChanged, or remembers to when the last update bracket closes.
-  void Changed();
+  void Changed() { FUpdates.Changed(); }
 
   std::function<void(TvxMapControlGeoPointCollection*)> OnChanged;
 
 private:
   std::vector<std::unique_ptr<TvxMapControlGeoPointItem>> FItems;
-  int FLockCount = 0;
-  bool FChanged = false;
+  TvxUpdateCounter FUpdates;
 };
 
 class TvxMapCustomMultiPointItem : public TvxMapItem
@@ -160,7 +165,13 @@ private:
 class TvxMapPathSegments
 {
 public:
-  explicit TvxMapPathSegments(TvxMapPath* APath) : FPath(APath) {}
+  explicit TvxMapPathSegments(TvxMapPath* APath)
+    : FPath(APath), FUpdates([this] {
+        if (OnChanged)
+          OnChanged(this);
+      })
+  {
+  }
   TvxMapPathSegments(const TvxMapPathSegments&) = delete;
   TvxMapPathSegments& operator=(const TvxMapPathSegments&) = delete;
   ~TvxMapPathSegments();
@@ -176,17 +187,16 @@ public:
   // Every segment gets a new view info of the path's present kind.
   void RecreateViewInfos();
 
-  void BeginUpdate();
-  void EndUpdate();
-  void Changed();
+  void BeginUpdate() { FUpdates.BeginUpdate(); }
+  void EndUpdate() { FUpdates.EndUpdate(); }
+  void Changed() { FUpdates.Changed(); }
 
   std::function<void(TvxMapPathSegments*)> OnChanged;
 
 private:
   TvxMapPath* FPath;
   std::vector<std::unique_ptr<TvxMapPathSegment>> FItems;
-  int FLockCount = 0;
-  bool FChanged = false;
+  TvxUpdateCounter FUpdates;
 };
 
 class TvxMapPath : public TvxMapItem
