@@ -746,11 +746,6 @@ bool TvxMapItemViewInfo::IsIntersect(const QRect& ARect)
   return ARect.intersects(FBounds);
 }
 
-void TvxMapItemViewInfo::DoElementDestroying()
-{
-  TvxCustomMapItemViewInfo::DoElementDestroying();
-}
-
 TvxMapControlElementStates TvxMapItemViewInfo::GetForbiddenStates() const
 {
   TvxMapControlElementStates Result =

@@ -312,7 +312,6 @@ protected:
   virtual quint32 GetBorderColor(TvxMapControlElementState AState) const;
   virtual int GetBorderWidth(TvxMapControlElementState AState) const;
 
-  void DoElementDestroying() override;
   TvxMapControlElementStates GetForbiddenStates() const override;
 
   QRect FDrawBounds;
