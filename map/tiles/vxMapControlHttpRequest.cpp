@@ -1,0 +1,130 @@
+#include "vxMapControlHttpRequest.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QMutex>
+#include <QNetworkAccessManager>
+#include <QNetworkProxyFactory>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+#include <mutex>
+#include <vector>
+
+QString vxHttpUserAgent()
+{
+  QString LName = QCoreApplication::applicationName();
+  if (LName.isEmpty() || !QCoreApplication::instance())
+    LName = QStringLiteral("Mapwright");
+  QString LVersion = QCoreApplication::applicationVersion();
+  if (LVersion.isEmpty())
+    LVersion = QStringLiteral(MAPWRIGHT_VERSION);
+  return LName + QLatin1Char('/') + LVersion;
+}
+
+bool TvxHttpRequestHandler::Get(const QString& AUri, QIODevice& AContent, int& AStatusCode)
+{
+  FIsCancelled = false;
+  AStatusCode = -1;
+  const QUrl LUrl = FEncodeUri ? QUrl(AUri, QUrl::TolerantMode) : QUrl::fromEncoded(AUri.toUtf8());
+  try
+  {
+    FHasErrors = !DoGet(LUrl, AContent, AStatusCode);
+  }
+  catch (...)
+  {
+    FHasErrors = true;
+  }
+  return !FHasErrors && !FIsCancelled;
+}
+
+namespace
+{
+// The platform's proxy configuration, read once for the process.
+void UseSystemProxyOnce()
+{
+  static std::once_flag LOnce;
+  std::call_once(LOnce, [] { QNetworkProxyFactory::setUseSystemConfiguration(true); });
+}
+} // namespace
+
+bool TvxMapControlHttpRequest::DoGet(const QUrl& AUrl, QIODevice& AContent, int& AStatusCode)
+{
+  AStatusCode = -1;
+  const QString LScheme = AUrl.scheme().toLower();
+  if (!AUrl.isValid() || (LScheme != QLatin1String("http") && LScheme != QLatin1String("https")))
+    return false;
+  UseSystemProxyOnce();
+
+  // One manager per request: handlers live and die on whichever thread runs
+  // them, and a manager belongs to the thread that made it.
+  QNetworkAccessManager LManager;
+  QNetworkRequest LRequest(AUrl);
+  LRequest.setHeader(QNetworkRequest::UserAgentHeader, vxHttpUserAgent());
+  LRequest.setTransferTimeout(DefaultTimeoutMs);
+  LRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+
+  QEventLoop LLoop;
+  std::unique_ptr<QNetworkReply> LReply(LManager.get(LRequest));
+  QObject::connect(LReply.get(), &QNetworkReply::sslErrors, LReply.get(), [this, &LReply](const QList<QSslError>& AErrors) {
+    if (FOnValidateServerCertificate && FOnValidateServerCertificate(AErrors))
+      LReply->ignoreSslErrors();
+  });
+  QObject::connect(LReply.get(), &QNetworkReply::readyRead, LReply.get(), [this, &LReply, &AContent] {
+    if (IsCancelled())
+    {
+      LReply->abort();
+      return;
+    }
+    AContent.write(LReply->readAll());
+  });
+  QObject::connect(LReply.get(), &QNetworkReply::finished, &LLoop, &QEventLoop::quit);
+  if (!LReply->isFinished())
+    LLoop.exec(QEventLoop::ExcludeUserInputEvents);
+
+  if (!IsCancelled())
+    AContent.write(LReply->readAll());
+  const QVariant LStatus = LReply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+  AStatusCode = LStatus.isValid() ? LStatus.toInt() : -1;
+  return AStatusCode == 200 && LReply->error() == QNetworkReply::NoError;
+}
+
+namespace
+{
+// Guards the handler registry; taken alone, never nested.
+QMutex GHandlersLock;
+std::vector<TvxHttpRequest::THandlerFactory>& Handlers()
+{
+  static std::vector<TvxHttpRequest::THandlerFactory> LHandlers;
+  return LHandlers;
+}
+} // namespace
+
+void TvxHttpRequest::RegisterHandler(THandlerFactory AFactory)
+{
+  QMutexLocker LLock(&GHandlersLock);
+  Handlers().push_back(std::move(AFactory));
+}
+
+void TvxHttpRequest::UnregisterHandler()
+{
+  QMutexLocker LLock(&GHandlersLock);
+  if (!Handlers().empty())
+    Handlers().pop_back();
+}
+
+std::unique_ptr<TvxHttpRequestHandler> TvxHttpRequest::CreateHandler()
+{
+  {
+    QMutexLocker LLock(&GHandlersLock);
+    if (!Handlers().empty())
+      return Handlers().back()();
+  }
+  return std::make_unique<TvxMapControlHttpRequest>();
+}
+
+bool TvxHttpRequest::GetContent(const QString& AUri, QIODevice& AStream)
+{
+  int LStatus = -1;
+  return CreateHandler()->Get(AUri, AStream, LStatus);
+}
