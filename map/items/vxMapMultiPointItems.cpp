@@ -119,17 +119,16 @@ TvxMapControlGeoPointCollection::~TvxMapControlGeoPointCollection()
 
 int TvxMapControlGeoPointCollection::IndexOf(const TvxMapControlGeoPointItem* AItem) const
 {
-  for (size_t I = 0; I < FItems.size(); ++I)
-    if (FItems[I].get() == AItem)
-      return int(I);
-  return -1;
+  if (FItems.empty() || AItem < FItems.data() || AItem >= FItems.data() + FItems.size())
+    return -1;
+  return int(AItem - FItems.data());
 }
 
 TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add()
 {
-  FItems.push_back(std::make_unique<TvxMapControlGeoPointItem>(this));
+  FItems.emplace_back(this);
   Changed();
-  return FItems.back().get();
+  return &FItems.back();
 }
 
 TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add(const TvxMapControlGeoPoint& AGeoPoint)
@@ -143,11 +142,12 @@ TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add(const TvxMapCont
 
 void TvxMapControlGeoPointCollection::AddRange(std::span<const TvxMapControlGeoPoint> AGeoPoints)
 {
-  BeginUpdate();
+  if (AGeoPoints.empty())
+    return;
   FItems.reserve(FItems.size() + AGeoPoints.size());
   for (const TvxMapControlGeoPoint& Point : AGeoPoints)
-    Add(Point);
-  EndUpdate();
+    FItems.emplace_back(this).FGeoPoint = Point;
+  Changed();
 }
 
 void TvxMapControlGeoPointCollection::Delete(int AIndex)
@@ -173,8 +173,9 @@ void TvxMapControlGeoPointCollection::Assign(const TvxMapControlGeoPointCollecti
   BeginUpdate();
   Clear();
   FItems.reserve(ASource.FItems.size());
-  for (const auto& Item : ASource.FItems)
-    Add(Item->GeoPoint());
+  for (const TvxMapControlGeoPointItem& Item : ASource.FItems)
+    FItems.emplace_back(this).FGeoPoint = Item.FGeoPoint;
+  Changed();
   EndUpdate();
 }
 

@@ -28,6 +28,9 @@ public:
   explicit TvxMapControlGeoPointItem(TvxMapControlGeoPointCollection* ACollection) : FCollection(ACollection) {}
   TvxMapControlGeoPointItem(const TvxMapControlGeoPointItem&) = delete;
   TvxMapControlGeoPointItem& operator=(const TvxMapControlGeoPointItem&) = delete;
+  // Moved only by its collection, which keeps its points in one block.
+  TvxMapControlGeoPointItem(TvxMapControlGeoPointItem&&) = default;
+  TvxMapControlGeoPointItem& operator=(TvxMapControlGeoPointItem&&) = default;
 
   TvxMapControlGeoPointCollection* Collection() const { return FCollection; }
   int Index() const;
@@ -43,6 +46,7 @@ public:
   void Assign(const TvxMapControlGeoPointItem& ASource);
 
 private:
+  friend class TvxMapControlGeoPointCollection;
   void Changed();
 
   TvxMapControlGeoPointCollection* FCollection;
@@ -64,7 +68,10 @@ public:
   ~TvxMapControlGeoPointCollection();
 
   int Count() const { return int(FItems.size()); }
-  TvxMapControlGeoPointItem* Items(int AIndex) const { return FItems.at(size_t(AIndex)).get(); }
+  // Points are held by value in one block, as files bring millions of them:
+  // a pointer from Items stays valid until the collection grows or shrinks.
+  TvxMapControlGeoPointItem* Items(int AIndex) { return &FItems.at(size_t(AIndex)); }
+  const TvxMapControlGeoPointItem* Items(int AIndex) const { return &FItems.at(size_t(AIndex)); }
   int IndexOf(const TvxMapControlGeoPointItem* AItem) const;
 
   TvxMapControlGeoPointItem* Add();
@@ -87,7 +94,7 @@ public:
   std::function<void(TvxMapControlGeoPointCollection*)> OnChanged;
 
 private:
-  std::vector<std::unique_ptr<TvxMapControlGeoPointItem>> FItems;
+  std::vector<TvxMapControlGeoPointItem> FItems;
   TvxUpdateCounter FUpdates;
 };
 
