@@ -51,12 +51,23 @@ void TvxCustomMapItemStyle::SetFont(const QFont& AValue)
   Changed();
 }
 
+void TvxCustomMapItemStyle::SetFontColor(quint32 AValue)
+{
+  if (FFontColor == AValue)
+    return;
+  FFontColor = AValue;
+  FAssignedValues |= vxStyleValueBit(mcsvFont);
+  Changed();
+}
+
 void TvxCustomMapItemStyle::DoAssign(const TvxCustomMapItemStyle& ASource)
 {
   // Through the setters, so only values that differ count as set here.
   SetBorderColor(ASource.BorderColor());
   SetBorderWidth(ASource.BorderWidth());
   SetColor(ASource.Color());
+  // The colour travels with the font, in one change.
+  FFontColor = ASource.FFontColor;
   SetFont(ASource.Font());
   SetTextColor(ASource.TextColor());
   SetTextGlowColor(ASource.TextGlowColor());

@@ -54,6 +54,11 @@ public:
   const QFont& Font() const { return FFont; }
   // Any font given counts as set, even one equal to the present font.
   void SetFont(const QFont& AValue);
+  // The font's own colour, a plain colour (vxMapControlDefaultColor when
+  // untouched). Text is drawn with TextColor; a change only marks the font
+  // as set, as touching any property of the font does.
+  quint32 FontColor() const { return FFontColor; }
+  void SetFontColor(quint32 AValue);
   quint32 TextColor() const { return FTextColor; }
   void SetTextColor(quint32 AValue) { SetColorValue(FTextColor, AValue, mcsvTextColor); }
   quint32 TextGlowColor() const { return FTextGlowColor; }
@@ -74,6 +79,7 @@ private:
   int FBorderWidth = 1;
   quint32 FColor = vxMapControlDefaultAlphaColor;
   QFont FFont;
+  quint32 FFontColor = vxMapControlDefaultColor;
   quint32 FTextColor = vxMapControlDefaultAlphaColor;
   quint32 FTextGlowColor = vxMapControlDefaultAlphaColor;
 };

@@ -1,0 +1,385 @@
+#include "vxMapControlKmlFileLoader.h"
+
+#include "vxMapControlHttpRequest.h"
+#include "vxMapItemFileLayer.h"
+#include "vxMapMultiPointItems.h"
+#include "vxMapPointItems.h"
+
+#include <QBuffer>
+#include <QRandomGenerator>
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+// A memory stream that refuses to grow past a limit, so that a server
+// cannot fill the memory with an "icon".
+class TBoundedBuffer : public QBuffer
+{
+public:
+  explicit TBoundedBuffer(qint64 ALimit) : FLimit(ALimit) {}
+  bool Overflowed() const { return FOverflowed; }
+
+protected:
+  qint64 writeData(const char* AData, qint64 ALength) override
+  {
+    if (FOverflowed || size() + ALength > FLimit)
+    {
+      FOverflowed = true;
+      return -1;
+    }
+    return QBuffer::writeData(AData, ALength);
+  }
+
+private:
+  qint64 FLimit;
+  bool FOverflowed = false;
+};
+
+// A border no wider than this; KML allows any width, a painter does not.
+constexpr int MaxBorderWidth = 100;
+
+} // namespace
+
+// The converter base
+
+void TvxMapControlCustomKmlGeometryConverter::ConvertGeometryCoordinatesToGeoPoints(
+  const TvxKmlCoordinatesGeometry& AGeometry, TvxMapControlGeoPointCollection& AGeoPoints)
+{
+  std::vector<TvxMapControlGeoPoint> Points;
+  Points.reserve(AGeometry.Coordinates().size());
+  for (const TvxKmlCoordinate& Coordinate : AGeometry.Coordinates())
+    Points.push_back(TvxMapControlGeoPoint::Create(Coordinate.Latitude, Coordinate.Longitude));
+  // One change for all points.
+  AGeoPoints.AddRange(Points);
+}
+
+void TvxMapControlCustomKmlGeometryConverter::ConvertKmlStyleToMapStyle(const TvxKmlStyle* AStyle,
+                                                                        TvxMapItemStyle& AMapStyle)
+{
+  if (!AStyle)
+    return;
+  quint32 Color = 0;
+  quint8 Alpha = 0;
+  if (const TvxKmlLineStyle* LineStyle = AStyle->LineStyle())
+  {
+    GetRealColorValueAndAlpha(*LineStyle, Color, Alpha);
+    AMapStyle.SetBorderColor(ColorWithAlpha(Color, Alpha));
+    AMapStyle.SetBorderWidth(int(std::clamp(std::ceil(LineStyle->Width()), 0.0, double(MaxBorderWidth))));
+  }
+  if (const TvxKmlPolyStyle* PolyStyle = AStyle->PolyStyle())
+  {
+    GetRealColorValueAndAlpha(*PolyStyle, Color, Alpha);
+    if (!PolyStyle->Outline())
+      AMapStyle.SetBorderWidth(0);
+    if (!PolyStyle->Fill())
+      Alpha = 0;
+    AMapStyle.SetColor(ColorWithAlpha(Color, Alpha));
+  }
+}
+
+double TvxMapControlCustomKmlGeometryConverter::GetIconHotSpotInFractions(double ASize, TvxKmlUnits AUnits,
+                                                                          double AValue)
+{
+  switch (AUnits)
+  {
+  case kmluPixels:
+    return AValue / ASize;
+  case kmluInsetPixels:
+    return 1 - AValue / ASize;
+  default:
+    return AValue;
+  }
+}
+
+void TvxMapControlCustomKmlGeometryConverter::GetRealColorValueAndAlpha(const TvxKmlColorStyle& AStyle,
+                                                                        quint32& AColor, quint8& AAlpha)
+{
+  const quint32 Argb = AStyle.Color();
+  AAlpha = quint8(Argb >> 24);
+  if (Argb == 0)
+  {
+    AColor = vxMapControlNoneColor;
+    return;
+  }
+  if (Argb == vxMapControlDefaultAlphaColor)
+  {
+    AColor = vxMapControlDefaultColor;
+    return;
+  }
+  AColor = Argb & 0x00FFFFFF;
+  if (AStyle.ColorMode() != kcmRandom)
+    return;
+  // Deliberately not KML's random value below each channel: only a full
+  // channel changes, the others stay.
+  for (const int Shift : {0, 8, 16})
+    if (((AColor >> Shift) & 0xFF) == 0xFF)
+      AColor = (AColor & ~(0xFFu << Shift)) | (quint32(QRandomGenerator::global()->bounded(255)) << Shift);
+}
+
+quint32 TvxMapControlCustomKmlGeometryConverter::ColorWithAlpha(quint32 AColor, quint8 AAlpha)
+{
+  if (AColor == vxMapControlNoneColor)
+    return 0;
+  if (AColor == vxMapControlDefaultColor)
+    return vxMapControlDefaultAlphaColor;
+  return (quint32(AAlpha) << 24) | (AColor & 0x00FFFFFF);
+}
+
+// Points
+
+void TvxMapControlKmlPointConverter::Convert(const TvxKmlPlacemark& APlacemark, const TvxKmlGeometry& AGeometry,
+                                             const TvxKmlStyle*, const TvxKmlStyle* ANormalStyle)
+{
+  const auto& Point = static_cast<const TvxKmlPoint&>(AGeometry);
+  if (Point.Coordinates().empty())
+    return;
+  auto* Item = FLoader.MapItems().Add<TvxMapCustomElement>();
+  const TvxKmlCoordinate& Location = Point.Coordinates().front();
+  Item->SetLocation(TvxMapControlGeoPoint::Create(Location.Latitude, Location.Longitude));
+  Item->SetText(APlacemark.Name());
+  if (!ANormalStyle)
+    return;
+  const TvxKmlIconStyle* IconStyle = ANormalStyle->IconStyle();
+  if (IconStyle && IconStyle->Icon())
+  {
+    const QString& Href = IconStyle->Icon()->HRef();
+    QImage Image = FLoader.GetIcon(Href);
+    if (!Image.isNull() && std::abs(IconStyle->Scale() - 1.0) > 1e-12)
+      Image = ScaledIcon(Href, Image, IconStyle->Scale());
+    // A failed fetch leaves no image, and the built-in pin shows.
+    Item->SetImage(Image);
+    const TvxKmlHotSpot* HotSpot = IconStyle->HotSpot();
+    if (HotSpot && Image.width() != 0 && Image.height() != 0)
+    {
+      const auto Fraction = [](double AValue) {
+        return std::clamp(AValue, -MaxHotSpotFraction, MaxHotSpotFraction);
+      };
+      // KML counts from the bottom left, the image origin from the top left.
+      Item->SetImageOrigin(
+        {Fraction(GetIconHotSpotInFractions(Image.width(), HotSpot->XUnits(), HotSpot->X())),
+         1 - Fraction(GetIconHotSpotInFractions(Image.height(), HotSpot->YUnits(), HotSpot->Y()))});
+    }
+  }
+  if (const TvxKmlLabelStyle* LabelStyle = ANormalStyle->LabelStyle())
+  {
+    // Only the font takes it: the text is drawn in the merged text colour.
+    quint32 Color = 0;
+    quint8 Alpha = 0;
+    GetRealColorValueAndAlpha(*LabelStyle, Color, Alpha);
+    Item->Style().SetFontColor(Color);
+  }
+}
+
+QImage TvxMapControlKmlPointConverter::ScaledIcon(const QString& AHref, const QImage& AImage, double AScale)
+{
+  const std::pair<QString, double> Key(AHref.toCaseFolded(), AScale);
+  if (const auto It = FScaledIcons.find(Key); It != FScaledIcons.end())
+    return It->second;
+  double Width = std::nearbyint(AImage.width() * AScale);
+  double Height = std::nearbyint(AImage.height() * AScale);
+  QImage Result;
+  if (Width >= 1 && Height >= 1)
+  {
+    if (const double Larger = std::max(Width, Height); Larger > MaxScaledIconSize)
+    {
+      Width = std::max(1.0, std::round(Width * MaxScaledIconSize / Larger));
+      Height = std::max(1.0, std::round(Height * MaxScaledIconSize / Larger));
+    }
+    Result = AImage.scaled(int(Width), int(Height), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+  }
+  FScaledIcons.emplace(Key, Result);
+  return Result;
+}
+
+// Lines and rings
+
+void TvxMapControlKmlLineStringConverter::Convert(const TvxKmlPlacemark&, const TvxKmlGeometry& AGeometry,
+                                                  const TvxKmlStyle*, const TvxKmlStyle* ANormalStyle)
+{
+  auto* Item = FLoader.MapItems().Add<TvxMapPolyline>();
+  ConvertGeometryCoordinatesToGeoPoints(static_cast<const TvxKmlCoordinatesGeometry&>(AGeometry), Item->GeoPoints());
+  ConvertKmlStyleToMapStyle(ANormalStyle, Item->Style());
+}
+
+// Polygons
+
+void TvxMapControlKmlPolygonConverter::AddRings(const TvxKmlPolygon& APolygon, TvxMapPath& APath)
+{
+  APath.Segments().BeginUpdate();
+  if (const TvxKmlInnerBoundaryIs* Inner = APolygon.InnerBoundaryIs(); Inner && Inner->LinearRing())
+    ConvertGeometryCoordinatesToGeoPoints(*Inner->LinearRing(), APath.Segments().Add()->GeoPoints());
+  if (const TvxKmlOuterBoundaryIs* Outer = APolygon.OuterBoundaryIs(); Outer && Outer->LinearRing())
+    ConvertGeometryCoordinatesToGeoPoints(*Outer->LinearRing(), APath.Segments().Add()->GeoPoints());
+  APath.Segments().EndUpdate();
+}
+
+void TvxMapControlKmlPolygonConverter::Convert(const TvxKmlPlacemark&, const TvxKmlGeometry& AGeometry,
+                                               const TvxKmlStyle*, const TvxKmlStyle* ANormalStyle)
+{
+  auto* Path = FLoader.MapItems().Add<TvxMapPath>();
+  Path->SetSegmentType(mstPolygon);
+  AddRings(static_cast<const TvxKmlPolygon&>(AGeometry), *Path);
+  ConvertKmlStyleToMapStyle(ANormalStyle, Path->Style());
+}
+
+// Multi-geometries
+
+void TvxMapControlKmlMultiGeometryConverter::Convert(const TvxKmlPlacemark& APlacemark,
+                                                     const TvxKmlGeometry& AGeometry,
+                                                     const TvxKmlStyle* AHighlightedStyle,
+                                                     const TvxKmlStyle* ANormalStyle)
+{
+  // The level drops and the path ends also when a child throws.
+  struct TLevel
+  {
+    TvxMapControlKmlMultiGeometryConverter& Converter;
+    explicit TLevel(TvxMapControlKmlMultiGeometryConverter& AConverter) : Converter(AConverter)
+    {
+      ++Converter.FNestedLevel;
+    }
+    ~TLevel()
+    {
+      if (--Converter.FNestedLevel == 0)
+        Converter.FPath = nullptr;
+    }
+  } Level(*this);
+
+  for (const auto& Child : static_cast<const TvxKmlMultiGeometry&>(AGeometry).Geometries())
+  {
+    TvxMapControlCustomKmlGeometryConverter* Converter = FLoader.Converters().GetConverter(Child.get());
+    if (!Converter)
+      continue;
+    if (const auto* Polygon = dynamic_cast<const TvxKmlPolygon*>(Child.get()))
+    {
+      if (!FPath)
+      {
+        FPath = FLoader.MapItems().Add<TvxMapPath>();
+        FPath->SetSegmentType(mstPolygon);
+        ConvertKmlStyleToMapStyle(ANormalStyle, FPath->Style());
+      }
+      AddToPath(*Polygon);
+    }
+    else
+      Converter->Convert(APlacemark, *Child, AHighlightedStyle, ANormalStyle);
+  }
+}
+
+// The converter factory
+
+const TvxMapControlKmlElementConverterFactory& TvxMapControlKmlElementConverterFactory::Instance()
+{
+  static const TvxMapControlKmlElementConverterFactory Factory = [] {
+    TvxMapControlKmlElementConverterFactory Result;
+    Result.Register<TvxMapControlKmlPointConverter>();
+    Result.Register<TvxMapControlKmlLineStringConverter>();
+    Result.Register<TvxMapControlKmlLinearRingConverter>();
+    Result.Register<TvxMapControlKmlPolygonConverter>();
+    Result.Register<TvxMapControlKmlMultiGeometryConverter>();
+    return Result;
+  }();
+  return Factory;
+}
+
+void TvxMapControlKmlElementConverterFactory::InitializeConverters(TvxMapControlKmlFileLoader& ALoader)
+{
+  FConvertersCache.clear();
+  FConvertersCache.reserve(FItems.size());
+  for (const TItem& Item : FItems)
+    FConvertersCache.emplace_back(Item.FKmlElementClass, Item.FConverterClass(ALoader));
+}
+
+TvxMapControlCustomKmlGeometryConverter*
+TvxMapControlKmlElementConverterFactory::GetConverter(const TvxKmlGeometry* AGeometry) const
+{
+  if (!AGeometry)
+    return nullptr;
+  const std::type_index Class(typeid(*AGeometry));
+  for (const auto& [KmlClass, Converter] : FConvertersCache)
+    if (KmlClass == Class)
+      return Converter.get();
+  return nullptr;
+}
+
+// The loader
+
+TvxMapControlKmlFileLoader::TvxMapControlKmlFileLoader(TvxMapItemFileLayer& AOwner)
+  : FOwner(AOwner), FMapItems(AOwner.MapItems()), FConverters(TvxMapControlKmlElementConverterFactory::Instance())
+{
+}
+
+TvxMapControlKmlFileLoader::~TvxMapControlKmlFileLoader() = default;
+
+void TvxMapControlKmlFileLoader::LoadFromStream(QIODevice& AStream)
+{
+  TvxKmlRoot Root;
+  Root.Parse(AStream);
+
+  // Icons and converters live for this load only, and the update bracket
+  // closes, whatever happens.
+  struct TLoad
+  {
+    TvxMapControlKmlFileLoader& Loader;
+    explicit TLoad(TvxMapControlKmlFileLoader& ALoader) : Loader(ALoader)
+    {
+      Loader.FMapItems.BeginUpdate();
+      Loader.FConverters.InitializeConverters(Loader);
+      Loader.FIcons.clear();
+    }
+    ~TLoad()
+    {
+      Loader.FIcons.clear();
+      Loader.FConverters.FinalizeConverters();
+      Loader.FMapItems.EndUpdate();
+    }
+  } Load(*this);
+
+  for (const auto& Placemark : Root.Placemarks())
+  {
+    const TvxKmlStyle* Normal = nullptr;
+    const TvxKmlStyle* Highlighted = nullptr;
+    Root.ResolveElementStyles(*Placemark, Normal, Highlighted);
+    if (TvxMapControlCustomKmlGeometryConverter* Converter = FConverters.GetConverter(Placemark->Geometry()))
+      Converter->Convert(*Placemark, *Placemark->Geometry(), Highlighted, Normal);
+  }
+}
+
+QImage TvxMapControlKmlFileLoader::GetIcon(const QString& AHref)
+{
+  const QString Key = AHref.toCaseFolded();
+  if (const auto It = FIcons.constFind(Key); It != FIcons.cend())
+    return *It;
+  QImage Image = FetchIcon(AHref);
+  if (!Image.isNull())
+    FIcons.insert(Key, Image);
+  return Image;
+}
+
+QImage TvxMapControlKmlFileLoader::FetchIcon(const QString& AHref)
+{
+  // A path inside the document or on disk fails like an unreachable host.
+  const QString Href = AHref.trimmed();
+  if (!Href.startsWith(QLatin1String("http://"), Qt::CaseInsensitive) &&
+      !Href.startsWith(QLatin1String("https://"), Qt::CaseInsensitive))
+    return {};
+  TBoundedBuffer Content(MaxIconBytes);
+  Content.open(QIODevice::WriteOnly);
+  int Status = -1;
+  if (!TvxHttpRequest::CreateHandler()->Get(Href, Content, Status) || Content.Overflowed())
+    return {};
+  // A body that is no image counts as a failed fetch.
+  QImage Image;
+  Image.loadFromData(Content.data());
+  return Image;
+}
+
+void vxRegisterKmlFileLoader()
+{
+  TvxKmlElementsFactory::Instance();
+  TvxMapControlKmlElementConverterFactory::Instance();
+  vxRegisteredMapItemFileLoaders().RegisterKmlLoader([](TvxMapItemFileLayer& ALayer, QIODevice& AStream) {
+    TvxMapControlKmlFileLoader(ALayer).LoadFromStream(AStream);
+  });
+}
