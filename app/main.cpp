@@ -13,6 +13,8 @@
 #include "MainU.h"
 #include "MarkersU.h"
 #include "SingleInstanceU.h"
+#include "vxMapControlKmlFileLoader.h"
+#include "vxMapControlShapeFileLoader.h"
 
 #include <QApplication>
 #include <QNetworkProxyFactory>
@@ -49,6 +51,10 @@ int main(int argc, char* argv[])
   // The window ends the program when it closes, not when the last window goes.
   QApplication::setQuitOnLastWindowClosed(false);
   QNetworkProxyFactory::setUseSystemConfiguration(true);
+  // The file layers find their readers here; the map engine's item library
+  // knows no file format itself.
+  vxRegisterKmlFileLoader();
+  vxRegisterShapeFileLoader();
 
   if (qgetenv(Dialogs::EnvironmentVariable) == "stderr")
     Dialogs::Set(std::make_unique<TStderrDialogs>());
