@@ -6,6 +6,7 @@
 //
 //   mapwright-bench-clip [--points N] [--runs N]
 
+#include "BenchStats.h"
 #include "vxMapControlGeometry.h"
 
 #include <QCoreApplication>
@@ -23,13 +24,6 @@
 namespace
 {
 const QRect Viewport(0, 0, 1920, 1080);
-
-double Median(std::vector<double> AValues)
-{
-  std::sort(AValues.begin(), AValues.end());
-  const size_t N = AValues.size();
-  return N == 0 ? 0 : N % 2 ? AValues[N / 2] : (AValues[N / 2 - 1] + AValues[N / 2]) / 2;
-}
 
 // A ring around the viewport's centre whose radius swings in and out of
 // it, with every thousandth point a spike a million pixels out. Rounded to

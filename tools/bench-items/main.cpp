@@ -7,6 +7,7 @@
 //
 //   mapwright-bench-items [--rounds N] [--frames N]
 
+#include "BenchStats.h"
 #include "vxMapControl.h"
 #include "vxMapItemLayer.h"
 #include "vxMapMultiPointItems.h"
@@ -32,13 +33,6 @@ const QSize ViewSize(1920, 1080);
 constexpr int PushpinCount = 10000;
 constexpr int PathCount = 1000;
 constexpr int VerticesPerPath = 1000;
-
-double Median(std::vector<double> AValues)
-{
-  std::sort(AValues.begin(), AValues.end());
-  const size_t N = AValues.size();
-  return N == 0 ? 0 : N % 2 ? AValues[N / 2] : (AValues[N / 2 - 1] + AValues[N / 2]) / 2;
-}
 
 // Milliseconds per frame of a round of frames.
 double Time(int AFrames, const std::function<void(int)>& AFrame)

@@ -5,6 +5,7 @@
 //
 //   mapwright-bench-map-paint [--rounds N] [--ticks N]
 
+#include "BenchStats.h"
 #include "vxMapControl.h"
 #include "vxTestLayer.h"
 
@@ -22,13 +23,6 @@ namespace
 {
 constexpr int LayerCount = 6;
 const QSize ViewSize(1920, 1080);
-
-double Median(std::vector<double> AValues)
-{
-  std::sort(AValues.begin(), AValues.end());
-  const size_t N = AValues.size();
-  return N == 0 ? 0 : N % 2 ? AValues[N / 2] : (AValues[N / 2 - 1] + AValues[N / 2]) / 2;
-}
 
 // The level of tick I of an animation from 3 to 5.
 double LevelAt(int ATick, int ATicks)

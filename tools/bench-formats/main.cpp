@@ -1,0 +1,323 @@
+// Loads a generated large Shapefile (polygons with holes, a table of text,
+// integer, float and date fields) and a KML of placemarks into file layers,
+// and runs GDAL's reading of the same files in the same rounds, when the
+// baseline program was built.
+
+#include "BenchStats.h"
+#include "vxMapControlKmlFileLoader.h"
+#include "vxMapControlShapeFileLoader.h"
+#include "vxMapItemFileLayer.h"
+
+#include <QCommandLineParser>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QGuiApplication>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QtEndian>
+
+#include <cmath>
+#include <cstdio>
+
+namespace
+{
+
+void PutBE(QByteArray& AData, qint32 AValue)
+{
+  char Bytes[4];
+  qToBigEndian(AValue, Bytes);
+  AData.append(Bytes, 4);
+}
+void PutLE(QByteArray& AData, qint32 AValue)
+{
+  char Bytes[4];
+  qToLittleEndian(AValue, Bytes);
+  AData.append(Bytes, 4);
+}
+void PutDouble(QByteArray& AData, double AValue)
+{
+  char Bytes[8];
+  qToLittleEndian(AValue, Bytes);
+  AData.append(Bytes, 8);
+}
+void PutField(QByteArray& AData, const QByteArray& AText, int AWidth, bool ARight)
+{
+  const QByteArray Text = AText.left(AWidth);
+  const QByteArray Pad(AWidth - Text.size(), ' ');
+  AData += ARight ? Pad + Text : Text + Pad;
+}
+
+bool WriteFile(const QString& AName, const QByteArray& AData)
+{
+  QFile File(AName);
+  return File.open(QIODevice::WriteOnly) && File.write(AData) == AData.size();
+}
+
+struct TPoint
+{
+  double X, Y;
+};
+
+// A ring round a centre whose radius wobbles, closed.
+void Ring(std::vector<TPoint>& APoints, double AX, double AY, double ARadius, int ACount, QRandomGenerator& ARandom)
+{
+  for (int I = 0; I < ACount - 1; ++I)
+  {
+    const double Angle = 2 * M_PI * I / (ACount - 1), R = ARadius * (0.8 + 0.4 * ARandom.generateDouble());
+    APoints.push_back({AX + R * std::cos(Angle), AY + R * std::sin(Angle)});
+  }
+  APoints.push_back(APoints[APoints.size() - size_t(ACount - 1)]);
+}
+
+// Polygons of 400 outer and 100 inner vertices; .shp, .shx and .dbf.
+bool WriteShapeFile(const QString& ABaseName, int ARecords)
+{
+  QRandomGenerator Random(7);
+  QByteArray Shapes, Index, Table;
+  const auto Header = [](QByteArray& AData, qint64 ALength) {
+    PutBE(AData, 9994);
+    for (int I = 0; I < 5; ++I)
+      PutBE(AData, 0);
+    PutBE(AData, qint32(ALength / 2));
+    PutLE(AData, 1000);
+    PutLE(AData, 5);
+    for (double V : {-180.0, -90.0, 180.0, 90.0, 0.0, 0.0, 0.0, 0.0})
+      PutDouble(AData, V);
+  };
+  QByteArray Records;
+  std::vector<TPoint> Points;
+  for (int N = 1; N <= ARecords; ++N)
+  {
+    const double X = -170 + 340 * Random.generateDouble(), Y = -80 + 160 * Random.generateDouble();
+    Points.clear();
+    Ring(Points, X, Y, 2.0, 400, Random);
+    Ring(Points, X, Y, 0.5, 100, Random);
+    const qint32 Content = 4 + 32 + 4 + 4 + 2 * 4 + qint32(Points.size()) * 16;
+    PutBE(Index, qint32((100 + Records.size()) / 2));
+    PutBE(Index, Content / 2);
+    PutBE(Records, N);
+    PutBE(Records, Content / 2);
+    PutLE(Records, 5);
+    for (double V : {X - 2.4, Y - 2.4, X + 2.4, Y + 2.4})
+      PutDouble(Records, V);
+    PutLE(Records, 2);
+    PutLE(Records, qint32(Points.size()));
+    PutLE(Records, 0);
+    PutLE(Records, 400);
+    for (const TPoint& P : Points)
+    {
+      PutDouble(Records, P.X);
+      PutDouble(Records, P.Y);
+    }
+  }
+  Header(Shapes, 100 + Records.size());
+  Shapes += Records;
+  QByteArray IndexFile;
+  Header(IndexFile, 100 + Index.size());
+  IndexFile += Index;
+
+  // NAME C(24), POP N(9), AREA N(19,8), SURVEYED D(8).
+  struct TField
+  {
+    const char* Name;
+    char Type;
+    int Length, Decimals;
+  };
+  const TField Fields[] = {{"NAME", 'C', 24, 0}, {"POP", 'N', 9, 0}, {"AREA", 'N', 19, 8}, {"SURVEYED", 'D', 8, 0}};
+  const int RecordLength = 1 + 24 + 9 + 19 + 8, HeaderLength = 32 + 4 * 32 + 1;
+  Table += char(0x03);
+  Table += QByteArray("\x7e\x0b\x15", 3);
+  PutLE(Table, ARecords);
+  Table += char(HeaderLength & 0xFF);
+  Table += char(HeaderLength >> 8);
+  Table += char(RecordLength & 0xFF);
+  Table += char(RecordLength >> 8);
+  Table += QByteArray(17, '\0');
+  Table += char(0x03);
+  Table += QByteArray(2, '\0');
+  for (const TField& Field : Fields)
+  {
+    QByteArray Descriptor(32, '\0');
+    Descriptor.replace(0, int(qstrlen(Field.Name)), Field.Name);
+    Descriptor[11] = Field.Type;
+    Descriptor[16] = char(Field.Length);
+    Descriptor[17] = char(Field.Decimals);
+    Table += Descriptor;
+  }
+  Table += char(0x0D);
+  for (int N = 1; N <= ARecords; ++N)
+  {
+    Table += ' ';
+    PutField(Table, "Zone " + QByteArray::number(N) + " caf\xe9", 24, false);
+    PutField(Table, QByteArray::number(Random.bounded(1000000)), 9, true);
+    PutField(Table, QByteArray::number(Random.generateDouble() * 10000, 'f', 8), 19, true);
+    PutField(Table, QByteArray::number(19900101 + Random.bounded(30) * 10000 + Random.bounded(12) * 100 + Random.bounded(28)), 8, false);
+  }
+  Table += char(0x1A);
+  return WriteFile(ABaseName + QStringLiteral(".shp"), Shapes) &&
+    WriteFile(ABaseName + QStringLiteral(".shx"), IndexFile) &&
+    WriteFile(ABaseName + QStringLiteral(".dbf"), Table);
+}
+
+QByteArray Coordinates(const std::vector<TPoint>& APoints)
+{
+  QByteArray Text;
+  for (const TPoint& P : APoints)
+    Text += QByteArray::number(P.X, 'f', 7) + ',' + QByteArray::number(P.Y, 'f', 7) + ",0 ";
+  Text.chop(1);
+  return Text;
+}
+
+// Placemarks in folders: points, lines of 20 vertices, polygons of 30 and
+// 10; shared styles and a style map, as GIS tools write them.
+bool WriteKml(const QString& AName, int APlacemarks)
+{
+  QRandomGenerator Random(11);
+  QByteArray Kml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<kml xmlns=\"http://www.opengis.net/kml/2.2\">\n<Document>\n";
+  for (int S = 0; S < 10; ++S)
+    Kml += "<Style id=\"s" + QByteArray::number(S) + "\"><IconStyle><scale>1.1</scale></IconStyle>"
+      "<LabelStyle><color>ff00ffff</color></LabelStyle><LineStyle><color>ff0000ff</color><width>2</width></LineStyle>"
+      "<PolyStyle><color>7f00ff00</color></PolyStyle></Style>\n";
+  Kml += "<StyleMap id=\"m\"><Pair><key>normal</key><styleUrl>#s1</styleUrl></Pair>"
+         "<Pair><key>highlight</key><styleUrl>#s2</styleUrl></Pair></StyleMap>\n";
+  std::vector<TPoint> Points;
+  for (int P = 0; P < APlacemarks; ++P)
+  {
+    if (P % 1000 == 0)
+      Kml += (P ? "</Folder>\n" : "") + QByteArray("<Folder><name>Folder ") + QByteArray::number(P / 1000) + "</name>\n";
+    const double X = -170 + 340 * Random.generateDouble(), Y = -80 + 160 * Random.generateDouble();
+    Kml += "<Placemark><name>Place " + QByteArray::number(P) + "</name><description>Generated place number " +
+      QByteArray::number(P) + "</description><styleUrl>" + (P % 7 ? "#s" + QByteArray::number(P % 10) : "#m") +
+      "</styleUrl>\n";
+    Points.clear();
+    const int Kind = P % 20;
+    if (Kind < 12)
+      Kml += "<Point><coordinates>" + Coordinates({{X, Y}}) + "</coordinates></Point>";
+    else if (Kind < 17)
+    {
+      for (int I = 0; I < 20; ++I)
+        Points.push_back({X + I * 0.01, Y + 0.02 * Random.generateDouble()});
+      Kml += "<LineString><coordinates>" + Coordinates(Points) + "</coordinates></LineString>";
+    }
+    else
+    {
+      Ring(Points, X, Y, 0.5, 30, Random);
+      Kml += "<Polygon><outerBoundaryIs><LinearRing><coordinates>" + Coordinates(Points) +
+        "</coordinates></LinearRing></outerBoundaryIs>";
+      Points.clear();
+      Ring(Points, X, Y, 0.1, 10, Random);
+      Kml += "<innerBoundaryIs><LinearRing><coordinates>" + Coordinates(Points) +
+        "</coordinates></LinearRing></innerBoundaryIs></Polygon>";
+    }
+    Kml += "\n</Placemark>\n";
+  }
+  Kml += "</Folder>\n</Document>\n</kml>\n";
+  return WriteFile(AName, Kml);
+}
+
+// Milliseconds to load the file into a new layer; the item count out.
+double LoadOnce(const QString& AName, TvxMapItemFileType AType, int& AItems)
+{
+  TvxMapItemFileLayer Layer;
+  Layer.SetFileType(AType);
+  QElapsedTimer Timer;
+  Timer.start();
+  Layer.LoadFromFile(AName);
+  const double Ms = Timer.nsecsElapsed() / 1e6;
+  AItems = Layer.Active() ? Layer.MapItems().Count() : -1;
+  if (!Layer.Active())
+    std::fprintf(stderr, "load failed: %s\n", qPrintable(Layer.LastError()));
+  return Ms;
+}
+
+// The GDAL program's milliseconds per file, in the order given.
+std::vector<double> GdalOnce(const QString& AProgram, const QStringList& AFiles)
+{
+  QProcess Process;
+  Process.start(AProgram, AFiles);
+  Process.waitForFinished(-1);
+  std::vector<double> Result;
+  for (const QByteArray& Line : Process.readAllStandardOutput().split('\n'))
+  {
+    const QList<QByteArray> Parts = Line.split(' ');
+    if (Parts.size() == 3)
+      Result.push_back(Parts[1].toDouble());
+  }
+  return Result;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+  if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+  QGuiApplication Application(argc, argv);
+  QCommandLineParser Parser;
+  Parser.setApplicationDescription(QStringLiteral("Load times of a large Shapefile and a KML beside GDAL's."));
+  Parser.addHelpOption();
+  Parser.addOption({QStringLiteral("rounds"), QStringLiteral("Rounds (default 5)."), QStringLiteral("n"), QStringLiteral("5")});
+  Parser.addOption({QStringLiteral("records"), QStringLiteral("Polygons of 500 vertices (default 10000)."), QStringLiteral("n"), QStringLiteral("10000")});
+  Parser.addOption({QStringLiteral("placemarks"), QStringLiteral("KML placemarks (default 20000)."), QStringLiteral("n"), QStringLiteral("20000")});
+  Parser.addOption({QStringLiteral("keep"), QStringLiteral("Write the files to this folder and keep them."), QStringLiteral("dir")});
+  Parser.process(Application);
+
+  vxRegisterKmlFileLoader();
+  vxRegisterShapeFileLoader();
+
+  QTemporaryDir Temporary;
+  const QString Dir = Parser.isSet(QStringLiteral("keep")) ? Parser.value(QStringLiteral("keep")) : Temporary.path();
+  const QString ShapeName = Dir + QStringLiteral("/bench.shp"), KmlName = Dir + QStringLiteral("/bench.kml");
+  const int Records = Parser.value(QStringLiteral("records")).toInt();
+  if (!WriteShapeFile(Dir + QStringLiteral("/bench"), Records) ||
+      !WriteKml(KmlName, Parser.value(QStringLiteral("placemarks")).toInt()))
+  {
+    std::fprintf(stderr, "cannot write the files in %s\n", qPrintable(Dir));
+    return 1;
+  }
+  std::printf("Shapefile: %d polygons, %d vertices, %.1f MB; KML: %s placemarks, %.1f MB\n", Records, Records * 500,
+    QFile(ShapeName).size() / 1e6, qPrintable(Parser.value(QStringLiteral("placemarks"))), QFile(KmlName).size() / 1e6);
+
+  const QString GdalProgram = QCoreApplication::applicationDirPath() + QStringLiteral("/mapwright-bench-formats-gdal");
+  const bool HaveGdal = QFile::exists(GdalProgram);
+  std::vector<double> Shape, Kml, GdalShape, GdalKml, Raw;
+  int ShapeItems = 0, KmlItems = 0;
+  for (int Round = 0; Round < Parser.value(QStringLiteral("rounds")).toInt(); ++Round)
+  {
+    QElapsedTimer Timer;
+    Timer.start();
+    for (const QString& Name : {ShapeName, Dir + QStringLiteral("/bench.dbf")})
+    {
+      QFile File(Name);
+      if (File.open(QIODevice::ReadOnly))
+        File.readAll();
+    }
+    Raw.push_back(Timer.nsecsElapsed() / 1e6);
+    Shape.push_back(LoadOnce(ShapeName, miftShape, ShapeItems));
+    Kml.push_back(LoadOnce(KmlName, miftKml, KmlItems));
+    if (HaveGdal)
+    {
+      const std::vector<double> Times = GdalOnce(GdalProgram, {ShapeName, KmlName});
+      if (Times.size() == 2)
+      {
+        GdalShape.push_back(Times[0]);
+        GdalKml.push_back(Times[1]);
+      }
+    }
+  }
+  std::printf("items: %d from the Shapefile, %d from the KML\n", ShapeItems, KmlItems);
+  std::printf("%-34s %10s %10s %8s\n", "median ms", "Mapwright", "GDAL", "ratio");
+  const auto Row = [](const char* AName, double AOurs, double ATheirs) {
+    if (ATheirs > 0)
+      std::printf("%-34s %10.1f %10.1f %8.2f\n", AName, AOurs, ATheirs, AOurs / ATheirs);
+    else
+      std::printf("%-34s %10.1f %10s %8s\n", AName, AOurs, "-", "-");
+  };
+  Row("Shapefile load", Median(Shape), Median(GdalShape));
+  Row("KML load", Median(Kml), Median(GdalKml));
+  Row("raw read of .shp and .dbf", Median(Raw), 0);
+  if (!HaveGdal)
+    std::printf("(GDAL baseline not built: install libgdal-dev and configure again)\n");
+  return 0;
+}
