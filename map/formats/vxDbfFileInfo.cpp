@@ -68,7 +68,7 @@ int CodePageOfDriver(quint8 ADriver)
   return 0;
 }
 
-// Delphi-style trimming: blanks and every control character below them.
+// Values lose blanks and every control character at both ends.
 bool IsTrimmed(char16_t AChar)
 {
   return AChar <= u' ';
