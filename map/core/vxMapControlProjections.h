@@ -42,20 +42,22 @@ protected:
 
 // Every calculator's limits are symmetric: latitude within +-ALatitudeLimit,
 // longitude within +-180.
-template <class TBase, double ALatitudeLimit>
+// The limit in units of 1e-8 degrees: not every compiler takes a double as a
+// template argument. The division is exact to the nearest double.
+template <class TBase, long long ALatitudeLimitE8>
 class TvxMapControlLimitedProjectionCalculator : public TBase
 {
 public:
-  double MaxLatitudeInternal() const override { return ALatitudeLimit; }
+  double MaxLatitudeInternal() const override { return double(ALatitudeLimitE8) / 1e8; }
   double MaxLongitudeInternal() const override { return 180; }
-  double MinLatitudeInternal() const override { return -ALatitudeLimit; }
+  double MinLatitudeInternal() const override { return -double(ALatitudeLimitE8) / 1e8; }
   double MinLongitudeInternal() const override { return -180; }
 };
 
 // Calculators with formulas per axis.
 
 class TvxMapControlSphericalMercatorProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 85.05112878>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 8505112878>
 {
 public:
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
@@ -65,7 +67,7 @@ public:
 };
 
 class TvxMapControlEllipticalMercatorProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 85.08405905>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 8508405905>
 {
 public:
   TvxMapControlEllipticalMercatorProjectionCalculator();
@@ -85,7 +87,7 @@ private:
 };
 
 class TvxMapControlMillerProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 9000000000>
 {
 public:
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
@@ -99,7 +101,7 @@ private:
 };
 
 class TvxMapControlEquirectangularProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 9000000000>
 {
 public:
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
@@ -109,7 +111,7 @@ public:
 };
 
 class TvxMapControlEqualAreaProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 9000000000>
 {
 public:
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
@@ -124,7 +126,7 @@ class TvxMapControlLambertCylindricalEqualAreaProjectionCalculator : public TvxM
 };
 
 class TvxMapControlBraunStereographicProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlProjectionCalculator, 9000000000>
 {
 public:
   double GetGeoPointLatitude(double AMapUnitY, double AOffsetY, double AScaleY) const override;
@@ -146,7 +148,7 @@ public:
 };
 
 class TvxMapControlKavrayskiyProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 9000000000>
 {
 public:
   TvxMapControlGeoPoint GetGeoPoint(const TvxPointDouble& AMapPoint, const TvxPointDouble& AOffset,
@@ -156,7 +158,7 @@ public:
 };
 
 class TvxMapControlSinusoidalProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 9000000000>
 {
 public:
   TvxMapControlGeoPoint GetGeoPoint(const TvxPointDouble& AMapPoint, const TvxPointDouble& AOffset,
@@ -167,7 +169,7 @@ public:
 
 // Plain degrees; offset and scale are ignored on purpose.
 class TvxMapControlEPSG4326ProjectionCalculator
-  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 90.0>
+  : public TvxMapControlLimitedProjectionCalculator<TvxMapControlWholePointProjectionCalculator, 9000000000>
 {
 public:
   TvxMapControlGeoPoint GetGeoPoint(const TvxPointDouble& AMapPoint, const TvxPointDouble& AOffset,
