@@ -5,7 +5,9 @@
 // hole per KML polygon, no attributes from KML, and values a 32-bit
 // conversion refuses.
 
+#include "GoldenImage.h"
 #include "TestRegistry.h"
+#include "vxMapControl.h"
 #include "vxMapControlKmlFileLoader.h"
 #include "vxMapControlShapeFileLoader.h"
 #include "vxMapItemFileLayer.h"
@@ -386,6 +388,43 @@ private Q_SLOTS:
     const TvxMapItemStyle& Style = Layer->MapItems().Items(0)->Style();
     QCOMPARE(Style.BorderColor(), 0xFFFF0000u);
     QCOMPARE(Style.Color() >> 24, 0u);
+  }
+
+  // The whole path onto a map: Africa and Europe's countries up to F with
+  // South Africa hollow round Lesotho, their borders from the KML writer in
+  // its red, and the places as dots.
+  void RealFilesOnTheMapGolden()
+  {
+    TvxMapControl Control;
+    Control.OptionsBehavior().SetAnimation(false);
+    Control.NavigationPanel().SetVisible(false);
+    Control.resize(360, 300);
+    Control.setAttribute(Qt::WA_DontShowOnScreen);
+    Control.show();
+    const auto AddFile = [&Control](const char* AName, TvxMapItemFileType AType) {
+      auto* Layer = Control.AddLayer<TvxMapItemFileLayer>();
+      Layer->SetFileType(AType);
+      Layer->SetFileName(SamplePath(QString::fromLatin1(AName)));
+      Layer->SetActive(true);
+      return Layer;
+    };
+    TvxMapItemFileLayer* Countries = AddFile("countries.shp", miftShape);
+    Countries->ItemStyle().SetColor(0xFFB8D8A8);
+    Countries->ItemStyle().SetBorderColor(0xFF406040);
+    TvxMapItemFileLayer* Borders = AddFile("borders_kml.kml", miftKml);
+    TvxMapItemFileLayer* Places = AddFile("places.shp", miftShape);
+    Places->ItemStyle().SetColor(0xFF2040C0);
+    QVERIFY(Countries->Active() && Borders->Active() && Places->Active());
+    Control.SetCenterPoint(TvxMapControlGeoPoint::Create(5, 15));
+    Control.SetZoomLevel(2.2);
+
+    QImage Image(Control.size(), QImage::Format_ARGB32);
+    Image.fill(Qt::white);
+    Control.render(&Image);
+    const QString Failure = vxCheckGoldenImage(Image, MAPWRIGHT_GOLDEN_DIR, "gdal_files");
+    if (Failure == "written")
+      QSKIP("golden image written");
+    QVERIFY2(Failure.isEmpty(), qPrintable(Failure));
   }
 };
 
