@@ -65,6 +65,8 @@ public:
     Separate();
     FText += QByteArray::number(AValue);
   }
+  // The next value starts on a line of its own, after its comma.
+  void BreakLine(const char* AIndent) { FBreak = QByteArray("\n") + AIndent; }
   void Null()
   {
     Separate();
@@ -95,7 +97,9 @@ private:
     if (FAfterKey)
       FAfterKey = false;
     else if (!FFirst)
-      FText += ", ";
+      FText += FBreak.isEmpty() ? ", " : ",";
+    FText += FBreak;
+    FBreak.clear();
     FFirst = false;
   }
   void String(const QString& AValue)
@@ -121,13 +125,14 @@ private:
   }
 
   QByteArray FText;
+  QByteArray FBreak;
   bool FFirst = true;
   bool FAfterKey = false;
 };
 
 QString ColorText(quint32 AColor)
 {
-  return QStringLiteral("#%1").arg(AColor, 8, 16, QLatin1Char('0')).toUpper().replace(QLatin1String("0X"), QString());
+  return QStringLiteral("#%1").arg(AColor, 8, 16, QLatin1Char('0')).toUpper();
 }
 
 void WriteAttribute(TJsonWriter& AJson, const QVariant& AValue)
@@ -275,7 +280,7 @@ QByteArray vxLayerInfoJson(const QString& AFileName, const TvxMapItemFileLayer& 
   Json.BeginArray();
   for (int I = 0; I < ALayer.MapItems().Count(); ++I)
   {
-    Json.Text() += "\n  ";
+    Json.BreakLine("  ");
     WriteItem(Json, *ALayer.MapItems().Items(I));
   }
   if (ALayer.MapItems().Count() > 0)
