@@ -1,0 +1,179 @@
+#include "ClockU.h"
+#include "TestRegistry.h"
+#include "vxMapControlCacheOptions.h"
+#include "vxMapControlDiskCache.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace
+{
+
+QByteArray ReadAll(const QString& AFileName)
+{
+  QFile File(AFileName);
+  return File.open(QIODevice::ReadOnly) ? File.readAll() : QByteArray();
+}
+
+void WriteAll(const QString& AFileName, const QByteArray& AData)
+{
+  QFile File(AFileName);
+  if (!File.open(QIODevice::WriteOnly) || File.write(AData) != AData.size())
+    qFatal("cannot write %s", qPrintable(AFileName));
+}
+
+// Installs a clock that stands still for the test's lifetime.
+struct TClockScope
+{
+  TManualClock* Clock;
+  explicit TClockScope(const QDateTime& ANow)
+  {
+    auto Manual = std::make_unique<TManualClock>(ANow);
+    Clock = Manual.get();
+    ::Clock::Set(std::move(Manual));
+  }
+  ~TClockScope() { ::Clock::Set(nullptr); }
+};
+
+} // namespace
+
+class TestMapControlDiskCache : public QObject
+{
+  Q_OBJECT
+
+private Q_SLOTS:
+  // The options' rules: a memory limit of at least 1, notifications only on
+  // a change, except the folder, which always notifies.
+  void CacheOptions()
+  {
+    TvxMapControlCacheOptions Options;
+    int Changes = 0;
+    Options.OnChanged = [&Changes](TvxMapControlCacheOptions*) { ++Changes; };
+    QCOMPARE(Options.MemoryLimit(), 128);
+    QCOMPARE(Options.DiskLimit(), -1);
+    Options.SetMemoryLimit(0);
+    QCOMPARE(Options.MemoryLimit(), 1);
+    Options.SetMemoryLimit(-5);
+    Options.SetDiskLimit(-1);
+    Options.SetDiskExpireTime(0);
+    QCOMPARE(Changes, 1);
+    Options.SetDiskFolder(QString());
+    Options.SetDiskFolder(QString());
+    QCOMPARE(Changes, 3);
+  }
+
+  // Names, times and sizes in the map file exactly as the format has them,
+  // newest push first; a second cache over the folder reads them back.
+  void RoundTripAndMapFileBytes()
+  {
+    QTemporaryDir Dir;
+    const QDateTime Noon(QDate(2024, 1, 31), QTime(12, 0));
+    TClockScope Clock(Noon);
+    QCOMPARE(vxDateTimeToDays(Noon), 45322.5);
+    QCOMPARE(vxDaysToDateTime(45322.5), Noon);
+    {
+      TvxMapControlDiskCache Cache(Dir.path() + QStringLiteral("/tiles"), -1, 0);
+      Cache.Push("first", {19, 11, 5}, QStringLiteral("openstreet"));
+      Clock.Clock->Advance(1000);
+      Cache.Push("second!", {0, 1, 2}, QStringLiteral("arcgis"));
+      QCOMPARE(Cache.CacheMap().Size(), 12);
+    }
+    const QString Root = Dir.path() + QStringLiteral("/tiles/");
+    QCOMPARE(ReadAll(Root + QStringLiteral("openstreet_19_11_5.teramapcache")), QByteArray("first"));
+    QCOMPARE(ReadAll(Root + QStringLiteral("vxcache.map")),
+      QByteArray("arcgis_0_1_2.teramapcache:45322.5000115741:7\n"
+                 "openstreet_19_11_5.teramapcache:45322.5:5\n"));
+
+    TvxMapControlDiskCache Again(Dir.path() + QStringLiteral("/tiles/"), -1, 0);
+    QVERIFY(Again.LocatedAt(Dir.path() + QStringLiteral("/tiles")));
+    QCOMPARE(Again.CacheMap().Size(), 12);
+    QString FileName;
+    QVERIFY(Again.TryRetrieveFileName({19, 11, 5}, QStringLiteral("OpenStreet"), FileName));
+    QCOMPARE(FileName, Root + QStringLiteral("openstreet_19_11_5.teramapcache"));
+    QVERIFY(Again.TryRetrieveFileName({0, 1, 2}, QStringLiteral("arcgis"), FileName));
+    // A file the map does not list is not used.
+    WriteAll(Root + QStringLiteral("arcgis_9_9_9.teramapcache"), "stray");
+    QVERIFY(!Again.TryRetrieveFileName({9, 9, 9}, QStringLiteral("arcgis"), FileName));
+    QVERIFY(FileName.isEmpty());
+    // A re-push adds a second line rather than replacing the first.
+    Again.Push("third", {0, 1, 2}, QStringLiteral("arcgis"));
+    QCOMPARE(ReadAll(Again.MapFileName()).count("arcgis_0_1_2"), 2);
+  }
+
+  // Eviction takes the oldest pushes until the folder is below its limit,
+  // before the new file counts, whatever was used since; expiry deletes a
+  // file by its age; a file deleted by hand drops out of the map.
+  void EvictionExpiryAndLostFiles()
+  {
+    QTemporaryDir Dir;
+    TClockScope Clock(QDateTime::currentDateTime());
+    TvxMapControlDiskCache Cache(Dir.path(), 1, 0);
+    const QByteArray Tile(400000, 'x');
+    for (int X = 0; X < 3; ++X)
+      Cache.Push(Tile, {X, 0, 3}, QStringLiteral("t"));
+    QString FileName;
+    QVERIFY(Cache.TryRetrieveFileName({0, 0, 3}, QStringLiteral("t"), FileName));
+    // 1,200,000 bytes are over 1 MiB: the first push goes although just used.
+    Cache.Push(Tile, {3, 0, 3}, QStringLiteral("t"));
+    QVERIFY(!QFileInfo::exists(Dir.filePath(QStringLiteral("t_0_0_3.teramapcache"))));
+    QVERIFY(!Cache.TryRetrieveFileName({0, 0, 3}, QStringLiteral("t"), FileName));
+    QVERIFY(Cache.TryRetrieveFileName({1, 0, 3}, QStringLiteral("t"), FileName));
+    QCOMPARE(Cache.CacheMap().Size(), 1200000);
+    QCOMPARE(int(Cache.CacheMap().Items().size()), 3);
+
+    // Deleted by hand: the item goes; the next push writes the map without it.
+    QFile::remove(Dir.filePath(QStringLiteral("t_2_0_3.teramapcache")));
+    QVERIFY(!Cache.TryRetrieveFileName({2, 0, 3}, QStringLiteral("t"), FileName));
+    QCOMPARE(Cache.CacheMap().Size(), 800000);
+
+    TvxMapControlDiskCache Expiring(Dir.path(), -1, 60000);
+    QVERIFY(Expiring.TryRetrieveFileName({1, 0, 3}, QStringLiteral("t"), FileName));
+    Clock.Clock->Advance(61000);
+    QVERIFY(!Expiring.TryRetrieveFileName({1, 0, 3}, QStringLiteral("t"), FileName));
+    QVERIFY(!QFileInfo::exists(Dir.filePath(QStringLiteral("t_1_0_3.teramapcache"))));
+
+    // No limit: nothing is ever evicted.
+    TvxMapControlDiskCache Unlimited(Dir.filePath(QStringLiteral("u")), -1, 0);
+    for (int X = 0; X < 4; ++X)
+      Unlimited.Push(Tile, {X, 0, 3}, QStringLiteral("u"));
+    QCOMPARE(Unlimited.CacheMap().Size(), 1600000);
+  }
+
+  // No folder: nothing written or found. A map with a broken line fails
+  // with its line number; Windows line ends are read.
+  void NoFolderAndBadMapFiles()
+  {
+    TvxMapControlDiskCache None(QString(), 1, 0);
+    None.Push("x", {1, 1, 1}, QStringLiteral("p"));
+    QString FileName;
+    QVERIFY(!None.TryRetrieveFileName({1, 1, 1}, QStringLiteral("p"), FileName));
+    QCOMPARE(None.CacheMap().Size(), 0);
+
+    QTemporaryDir Dir;
+    WriteAll(Dir.filePath(QStringLiteral("vxcache.map")), "a_1_2_3.teramapcache:45000.25:10\r\nb.teramapcache:45000:7\r\n");
+    TvxMapControlDiskCache Windows(Dir.path(), -1, 0);
+    QCOMPARE(Windows.CacheMap().Size(), 17);
+    QCOMPARE(Windows.CacheMap().Items().front().FTime, 45000.25);
+
+    for (const QByteArray& Bad : {QByteArray("a.teramapcache:45000\n"), QByteArray("ok:1:2\nbad:x:2\n"),
+                                  QByteArray("\n"), QByteArray("a:1:2:3\n")})
+    {
+      WriteAll(Dir.filePath(QStringLiteral("vxcache.map")), Bad);
+      try
+      {
+        TvxMapControlDiskCache Broken(Dir.path(), -1, 0);
+        QFAIL(Bad.constData());
+      }
+      catch (const EvxDiskCacheError& E)
+      {
+        QVERIFY(QByteArray(E.what()).contains("Line "));
+      }
+    }
+  }
+};
+
+MAPWRIGHT_TEST_CLASS(TestMapControlDiskCache)
+#include "tst_vxMapControlDiskCache.moc"
