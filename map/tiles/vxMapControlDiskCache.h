@@ -89,6 +89,11 @@ public:
   ~TvxMapControlDiskCache();
 
   const QString& Root() const { return FRoot; }
+  void SetLimits(int ADiskLimit, qint64 AExpireTime)
+  {
+    FDiskLimit = ADiskLimit;
+    FExpireTime = AExpireTime;
+  }
   bool LocatedAt(const QString& APath) const;
 
   // Stores the downloaded bytes of a tile as they came; eviction first.

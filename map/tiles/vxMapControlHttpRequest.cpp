@@ -48,6 +48,33 @@ void UseSystemProxyOnce()
 }
 } // namespace
 
+namespace
+{
+std::atomic<int> GTimeout = TvxMapControlHttpRequest::DefaultTimeoutMs;
+thread_local QNetworkAccessManager* GThreadManager = nullptr;
+} // namespace
+
+int TvxMapControlHttpRequest::Timeout()
+{
+  return GTimeout.load();
+}
+
+void TvxMapControlHttpRequest::SetTimeout(int AMilliseconds)
+{
+  GTimeout.store(AMilliseconds > 0 ? AMilliseconds : DefaultTimeoutMs);
+}
+
+TvxMapControlHttpRequest::TThreadManagerScope::TThreadManagerScope()
+  : FManager(std::make_unique<QNetworkAccessManager>())
+{
+  GThreadManager = FManager.get();
+}
+
+TvxMapControlHttpRequest::TThreadManagerScope::~TThreadManagerScope()
+{
+  GThreadManager = nullptr;
+}
+
 bool TvxMapControlHttpRequest::DoGet(const QUrl& AUrl, QIODevice& AContent, int& AStatusCode)
 {
   AStatusCode = -1;
@@ -56,16 +83,22 @@ bool TvxMapControlHttpRequest::DoGet(const QUrl& AUrl, QIODevice& AContent, int&
     return false;
   UseSystemProxyOnce();
 
-  // One manager per request: handlers live and die on whichever thread runs
-  // them, and a manager belongs to the thread that made it.
-  QNetworkAccessManager LManager;
+  // A manager belongs to the thread that made it: the thread's shared one,
+  // or one for this request.
+  std::unique_ptr<QNetworkAccessManager> LOwnManager;
+  QNetworkAccessManager* LManager = GThreadManager;
+  if (!LManager)
+  {
+    LOwnManager = std::make_unique<QNetworkAccessManager>();
+    LManager = LOwnManager.get();
+  }
   QNetworkRequest LRequest(AUrl);
   LRequest.setHeader(QNetworkRequest::UserAgentHeader, vxHttpUserAgent());
-  LRequest.setTransferTimeout(DefaultTimeoutMs);
+  LRequest.setTransferTimeout(Timeout());
   LRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
 
   QEventLoop LLoop;
-  std::unique_ptr<QNetworkReply> LReply(LManager.get(LRequest));
+  std::unique_ptr<QNetworkReply> LReply(LManager->get(LRequest));
   QObject::connect(LReply.get(), &QNetworkReply::sslErrors, LReply.get(), [this, &LReply](const QList<QSslError>& AErrors) {
     if (FOnValidateServerCertificate && FOnValidateServerCertificate(AErrors))
       LReply->ignoreSslErrors();

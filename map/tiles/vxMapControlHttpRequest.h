@@ -11,6 +11,8 @@
 #include <QString>
 #include <QUrl>
 
+class QNetworkAccessManager;
+
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -58,6 +60,23 @@ public:
   }
 
   static constexpr int DefaultTimeoutMs = 60000;
+  // Process-wide transfer timeout; tests shorten it.
+  static int Timeout();
+  static void SetTimeout(int AMilliseconds);
+
+  // While alive, requests on this thread share one manager, so that a
+  // worker keeps its connections open from tile to tile.
+  class TThreadManagerScope
+  {
+  public:
+    TThreadManagerScope();
+    ~TThreadManagerScope();
+    TThreadManagerScope(const TThreadManagerScope&) = delete;
+    TThreadManagerScope& operator=(const TThreadManagerScope&) = delete;
+
+  private:
+    std::unique_ptr<QNetworkAccessManager> FManager;
+  };
 
 protected:
   bool DoGet(const QUrl& AUrl, QIODevice& AContent, int& AStatusCode) override;

@@ -41,6 +41,7 @@ class TvxMapControlBitmapTile;
 class TvxMapControlDiskCache;
 class TvxMapControlImageTileProvider;
 class TvxMapControlMultiScaleImage;
+class TvxMapControlMultiScaleTile;
 class TvxMapControlMultiScaleTileSource;
 class TvxMapControlMultiScaleViewport;
 class TvxMapControlTileImageLoadingTask;
@@ -87,6 +88,7 @@ public:
 
 private:
   friend class TvxMapControlBitmapTile;
+  friend class TvxMapControlMultiScaleTileSource;
   friend class TvxMapControlTileImageSourceLoadingQueueManager;
   friend class TvxMapControlTileImageSourceStorage;
 
@@ -262,6 +264,7 @@ public:
   bool IsTerminating() const { return FTerminating.load(); }
 
 private:
+  friend class TvxMapControlMultiScaleTileSource;
   friend class TvxMapControlTileImageLoadingThread;
 
   void CreateThreads();
