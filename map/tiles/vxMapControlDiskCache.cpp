@@ -121,9 +121,7 @@ TvxMapControlCacheMapItem* TvxMapControlDiskCacheMap::GetItem(const QString& ANa
 
 TvxMapControlCacheMapItem* TvxMapControlDiskCacheMap::PushItem(const QString& AName, qint32 ASize)
 {
-  TvxMapControlCacheMapItem* Item = Add({AName, ASize, vxDateTimeToDays(Clock::Now())}, true);
-  SaveToFile(FCache->MapFileName());
-  return Item;
+  return Add({AName, ASize, vxDateTimeToDays(Clock::Now())}, true);
 }
 
 void TvxMapControlDiskCacheMap::RemoveItem(TvxMapControlCacheMapItem* AItem)
@@ -176,7 +174,26 @@ TvxMapControlDiskCache::TvxMapControlDiskCache(const QString& ARoot, int ADiskLi
     FCacheMap->LoadFromFile(MapFileName());
 }
 
-TvxMapControlDiskCache::~TvxMapControlDiskCache() = default;
+TvxMapControlDiskCache::~TvxMapControlDiskCache()
+{
+  try
+  {
+    FlushMap();
+  }
+  catch (const EvxDiskCacheError& E)
+  {
+    qWarning("Tile cache: %s", E.what());
+  }
+}
+
+void TvxMapControlDiskCache::FlushMap()
+{
+  if (!FMapDirty || FRoot.isEmpty())
+    return;
+  FMapDirty = false;
+  FLastSave.start();
+  FCacheMap->SaveToFile(MapFileName());
+}
 
 bool TvxMapControlDiskCache::LocatedAt(const QString& APath) const
 {
@@ -199,6 +216,12 @@ void TvxMapControlDiskCache::Push(const QByteArray& AImageData, const TvxMapCont
     throw EvxDiskCacheError(
       QStringLiteral("Cannot write the tile \"%1\": %2").arg(File.fileName(), File.errorString()).toStdString());
   FCacheMap->PushItem(Name, qint32(AImageData.size()));
+  // The whole map is written at most once a second: a large cache would
+  // otherwise rewrite megabytes for every tile. The write is atomic, so a
+  // crash loses the last entries at worst, never the file.
+  FMapDirty = true;
+  if (!FLastSave.isValid() || FLastSave.elapsed() >= MapSaveIntervalMs)
+    FlushMap();
 }
 
 bool TvxMapControlDiskCache::TryRetrieveFileName(const TvxMapControlTileIndex& AIndex, const QString& APrefix,

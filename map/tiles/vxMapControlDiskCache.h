@@ -10,6 +10,7 @@
 #include <QByteArray>
 #include <QDateTime>
 #include <QHash>
+#include <QElapsedTimer>
 #include <QString>
 
 #include <list>
@@ -58,7 +59,7 @@ public:
   // The newest item of that name, ignoring case; null if none.
   TvxMapControlCacheMapItem* GetItem(const QString& AName);
   // A new item at the front, used now; a name already listed gets a second
-  // item. Then the map file is written.
+  // item. The cache writes the map file.
   TvxMapControlCacheMapItem* PushItem(const QString& AName, qint32 ASize);
   void RemoveItem(TvxMapControlCacheMapItem* AItem);
   // Marks the item used now, in memory only; its place stays.
@@ -103,6 +104,10 @@ public:
   bool TryRetrieveFileName(const TvxMapControlTileIndex& AIndex, const QString& APrefix, QString& AFileName);
 
   TvxMapControlDiskCacheMap& CacheMap() const { return *FCacheMap; }
+  // Writes the map file if it changed since the last write; also done at
+  // most a second after a push, and when the cache closes.
+  void FlushMap();
+  static constexpr int MapSaveIntervalMs = 1000;
   QString MapFileName() const { return FRoot + QLatin1String(TvxMapControlDiskCacheMap::FileName); }
 
 private:
@@ -110,6 +115,8 @@ private:
   void ProcessCache();
 
   std::unique_ptr<TvxMapControlDiskCacheMap> FCacheMap;
+  QElapsedTimer FLastSave;
+  bool FMapDirty = false;
   int FDiskLimit;
   qint64 FExpireTime;
   QString FRoot;

@@ -6,6 +6,7 @@
 
 #include <QBuffer>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
 #include <QImageReader>
 #include <QPainter>
@@ -490,6 +491,20 @@ TvxMapControlMultiScaleTileSource::TvxMapControlMultiScaleTileSource(TvxMapContr
                       : 1.0;
   FLoadingQueueManager = std::make_unique<TvxMapControlTileImageSourceLoadingQueueManager>(
     this, FOwner ? FOwner->MaxParallelConnectionCount() : 2);
+  FMapFlushTimer.setSingleShot(true);
+  FMapFlushTimer.setInterval(TvxMapControlDiskCache::MapSaveIntervalMs + 100);
+  QObject::connect(&FMapFlushTimer, &QTimer::timeout, [this] {
+    if (!FDiskCache)
+      return;
+    try
+    {
+      FDiskCache->FlushMap();
+    }
+    catch (const EvxDiskCacheError& E)
+    {
+      qWarning("Tile cache: %s", E.what());
+    }
+  });
   UpdateDiskCache();
 }
 
@@ -593,7 +608,7 @@ void TvxMapControlMultiScaleTileSource::UpdateDiskCache()
     {
       // The old cache goes first: it writes its map file as it closes.
       FDiskCache.reset();
-      FDiskCache = std::make_unique<TvxMapControlDiskCache>(LFolder, LOptions.DiskLimit(), LOptions.DiskExpireTime());
+      FDiskCache = OpenDiskCache(LFolder, LOptions.DiskLimit(), LOptions.DiskExpireTime());
     }
     else
       FDiskCache->SetLimits(LOptions.DiskLimit(), LOptions.DiskExpireTime());
@@ -612,8 +627,22 @@ void TvxMapControlMultiScaleTileSource::CheckMemoryLimit()
 void TvxMapControlMultiScaleTileSource::PushToDisk(const TvxMapControlTileImageSource& ASource,
                                                    const QByteArray& AData)
 {
-  if (FDiskCache)
+  if (!FDiskCache)
+    return;
+  try
+  {
     FDiskCache->Push(AData, ASource.Index(), TilePrefix());
+    // Entries the cache held back reach the map file a moment later.
+    if (!FMapFlushTimer.isActive())
+      FMapFlushTimer.start();
+  }
+  catch (const EvxDiskCacheError& E)
+  {
+    // The tile still shows; only the offline copy is missing.
+    if (!FDiskWriteFailed)
+      qWarning("Tile cache: %s", E.what());
+    FDiskWriteFailed = true;
+  }
 }
 
 int TvxMapControlMultiScaleTileSource::GetSubdomainIndex(int ACount)
@@ -628,6 +657,34 @@ QString TvxMapControlMultiScaleTileSource::GetTileUri(int AZoomLevel, int ATileP
   if (AZoomLevel < 1 || AZoomLevel > FMaxZoomLevel)
     return {};
   return GetTileByZoomLevel(AZoomLevel, ATilePositionX, ATilePositionY);
+}
+
+std::unique_ptr<TvxMapControlDiskCache> TvxMapControlMultiScaleTileSource::OpenDiskCache(const QString& AFolder,
+                                                                                       int ALimit, qint64 AExpire)
+{
+  try
+  {
+    return std::make_unique<TvxMapControlDiskCache>(AFolder, ALimit, AExpire);
+  }
+  catch (const EvxDiskCacheError& E)
+  {
+    // A broken map file is kept aside for whoever wants to look at it; the
+    // cache starts empty, and tiles come again from the network.
+    qWarning("Tile cache: %s", E.what());
+    const QString LMap = QDir(AFolder).filePath(QLatin1String(TvxMapControlDiskCacheMap::FileName));
+    const QString LAside = LMap + QLatin1String(".broken");
+    QFile::remove(LAside);
+    if (!QFile::rename(LMap, LAside))
+      QFile::remove(LMap);
+  }
+  try
+  {
+    return std::make_unique<TvxMapControlDiskCache>(AFolder, ALimit, AExpire);
+  }
+  catch (const EvxDiskCacheError&)
+  {
+    return nullptr;
+  }
 }
 
 // Bitmap tile

@@ -28,6 +28,7 @@
 #include <QSize>
 #include <QString>
 #include <QThread>
+#include <QTimer>
 #include <QWaitCondition>
 
 #include <atomic>
@@ -337,9 +338,12 @@ protected:
 private:
   void AddLoadingTask(TvxMapControlTileImageSource* ASource);
   void UpdateDiskCache();
+  static std::unique_ptr<TvxMapControlDiskCache> OpenDiskCache(const QString& AFolder, int ALimit, qint64 AExpire);
 
   int FCurrentSubdomainIndex = 0;
   std::unique_ptr<TvxMapControlDiskCache> FDiskCache;
+  bool FDiskWriteFailed = false;
+  QTimer FMapFlushTimer;
   qint64 FImageHeight;
   qint64 FImageWidth;
   int FMaxZoomLevel;

@@ -129,6 +129,12 @@ private Q_SLOTS:
     QVERIFY(!Cache.TryRetrieveFileName({2, 0, 3}, QStringLiteral("t"), FileName));
     QCOMPARE(Cache.CacheMap().Size(), 800000);
 
+    // A burst of pushes writes the map once, at the first; the rest follow
+    // on the next flush.
+    QCOMPARE(ReadAll(Cache.MapFileName()).count('\n'), 1);
+    Cache.FlushMap();
+    QCOMPARE(ReadAll(Cache.MapFileName()).count('\n'), 2);
+
     TvxMapControlDiskCache Expiring(Dir.path(), -1, 60000);
     QVERIFY(Expiring.TryRetrieveFileName({1, 0, 3}, QStringLiteral("t"), FileName));
     Clock.Clock->Advance(61000);
