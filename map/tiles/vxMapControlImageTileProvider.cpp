@@ -1,5 +1,8 @@
 #include "vxMapControlImageTileProvider.h"
 
+#include "vxAzureMapImageryDataProvider.h"
+#include "vxMapControlOpenStreetMapImageryDataProvider.h"
+
 #include "vxMapControlMultiScaleTile.h"
 #include "vxMapControlProjections.h"
 #include "vxMapImageTileLayer.h"
@@ -115,6 +118,8 @@ TvxMapControlImageryDataProviders& vxMapControlImageryDataProviders()
 {
   static TvxMapControlImageryDataProviders LProviders = [] {
     TvxMapControlImageryDataProviders LResult;
+    vxRegisterOpenStreetMapImageryDataProvider(LResult);
+    vxRegisterAzureMapImageryDataProvider(LResult);
     return LResult;
   }();
   return LProviders;

@@ -60,6 +60,7 @@ public:
   TvxMapControlMultiScaleTileSource* TileSource() const { return FTileSource.get(); }
   TvxMapImageTileLayer* Owner() const { return FOwner; }
 
+  // Belongs to the layer that owns the provider.
   std::function<void()> OnChanged;
   // Given to every remote load; return true to accept a certificate the
   // platform refused. Without it the platform's checks stand.

@@ -8,6 +8,7 @@
 #include "InternetProbeU.h"
 #include "MainU.h"
 #include "MapStandInU.h"
+#include "TestRegistry.h"
 
 #include <QCheckBox>
 #include <QDir>
@@ -662,5 +663,5 @@ private Q_SLOTS:
   }
 };
 
-QTEST_MAIN(TestShell)
+MAPWRIGHT_TEST_CLASS(TestShell)
 #include "tst_shell.moc"
