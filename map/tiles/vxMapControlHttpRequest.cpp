@@ -7,6 +7,7 @@
 #include <QNetworkProxyFactory>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QTimer>
 
 #include <mutex>
 #include <vector>
@@ -20,6 +21,13 @@ QString vxHttpUserAgent()
   if (LVersion.isEmpty())
     LVersion = QStringLiteral(MAPWRIGHT_VERSION);
   return LName + QLatin1Char('/') + LVersion;
+}
+
+bool TvxHttpRequestHandler::CheckCancel()
+{
+  if (!FIsCancelled && FOnCheckCancel && FOnCheckCancel())
+    FIsCancelled = true;
+  return FIsCancelled;
 }
 
 bool TvxHttpRequestHandler::Get(const QString& AUri, QIODevice& AContent, int& AStatusCode)
@@ -104,7 +112,7 @@ bool TvxMapControlHttpRequest::DoGet(const QUrl& AUrl, QIODevice& AContent, int&
       LReply->ignoreSslErrors();
   });
   QObject::connect(LReply.get(), &QNetworkReply::readyRead, LReply.get(), [this, &LReply, &AContent] {
-    if (IsCancelled())
+    if (CheckCancel())
     {
       LReply->abort();
       return;
@@ -112,10 +120,18 @@ bool TvxMapControlHttpRequest::DoGet(const QUrl& AUrl, QIODevice& AContent, int&
     AContent.write(LReply->readAll());
   });
   QObject::connect(LReply.get(), &QNetworkReply::finished, &LLoop, &QEventLoop::quit);
+  // A silent server sends nothing to react to: look at the cancel check now
+  // and then, so that a request nobody wants any more ends at once.
+  QTimer LCancelPoll;
+  QObject::connect(&LCancelPoll, &QTimer::timeout, LReply.get(), [this, &LReply] {
+    if (CheckCancel())
+      LReply->abort();
+  });
+  LCancelPoll.start(50);
   if (!LReply->isFinished())
     LLoop.exec(QEventLoop::ExcludeUserInputEvents);
 
-  if (!IsCancelled())
+  if (!IsCancelled() && LReply->isOpen())
     AContent.write(LReply->readAll());
   const QVariant LStatus = LReply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
   AStatusCode = LStatus.isValid() ? LStatus.toInt() : -1;

@@ -33,17 +33,23 @@ public:
   bool IsCancelled() const { return FIsCancelled; }
   // May be called from any thread while Get runs.
   void Cancel() { FIsCancelled = true; }
+  // Asked while a GET waits, even when no data comes; true cancels it.
+  // Called on the thread that runs Get.
+  void SetOnCheckCancel(std::function<bool()> AHandler) { FOnCheckCancel = std::move(AHandler); }
 
   bool EncodeUri() const { return FEncodeUri; }
   void SetEncodeUri(bool AValue) { FEncodeUri = AValue; }
 
 protected:
   virtual bool DoGet(const QUrl& AUrl, QIODevice& AContent, int& AStatusCode) = 0;
+  // Raises the cancel flag if the check asks for it; true when cancelled.
+  bool CheckCancel();
 
 private:
   bool FHasErrors = false;
   std::atomic<bool> FIsCancelled = false;
   bool FEncodeUri = true;
+  std::function<bool()> FOnCheckCancel;
 };
 
 // The handler on Qt Network: the platform's proxy settings, the client's

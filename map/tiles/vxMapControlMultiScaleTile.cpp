@@ -173,7 +173,7 @@ TvxMapControlTileImageLoadingTask::~TvxMapControlTileImageLoadingTask() = defaul
 
 bool TvxMapControlTileImageLoadingTask::IsTaskCancelled() const
 {
-  return FLoadingQueueManager->IsTerminating() || ApplicationTerminating() ||
+  return FAborted.load() || FLoadingQueueManager->IsTerminating() || ApplicationTerminating() ||
          FTileImageSource->NeedToBeDestroying() || !FTileImageSource->IsLinked();
 }
 
@@ -195,6 +195,9 @@ bool TvxMapControlTileImageRemoteLoadingTask::DoLoad()
 {
   TvxMapControlHttpRequest LRequest;
   LRequest.SetOnValidateServerCertificate(FOnValidateServerCertificate);
+  // Only a source that is cleared or going away ends a GET in flight; a
+  // tile that merely left the screen finishes its attempt.
+  LRequest.SetOnCheckCancel([this] { return FAborted.load(); });
   QBuffer LBuffer(&FContent);
   for (int LAttempt = 0;; ++LAttempt)
   {
@@ -224,8 +227,13 @@ bool TvxMapControlTileImageRemoteLoadingTask::DoLoad()
     // Back off a little more each time, but notice a cancel at once.
     for (int LWaited = 0; LWaited < LAttempt * 100 && !IsTaskCancelled(); LWaited += 10)
       QThread::msleep(10);
+    // Nobody wants the tile now: back to "none", so that showing it again
+    // asks anew instead of leaving it stuck as loading.
     if (IsTaskCancelled())
-      break;
+    {
+      RaiseImageCancelled();
+      return false;
+    }
   }
   return CreateImage(FContent);
 }
@@ -267,6 +275,10 @@ void TvxMapControlTileImageLoadingThread::run()
     }
     if (LTask->Load())
       FOwner->DeliverImage(LTask.get());
+    {
+      QMutexLocker LLock(&FOwner->FQueueLock);
+      FTask = nullptr;
+    }
     FOwner->DestroyTileImageLoadingTask(std::move(LTask));
   }
 }
@@ -313,10 +325,19 @@ void TvxMapControlTileImageSourceLoadingQueueManager::CreateThreads()
   }
 }
 
+void TvxMapControlTileImageSourceLoadingQueueManager::AbortRunningTasks()
+{
+  // Under the queue lock a running task stays alive.
+  for (const auto& LThread : FThreads)
+    if (LThread->FTask)
+      LThread->FTask->Abort();
+}
+
 void TvxMapControlTileImageSourceLoadingQueueManager::TerminateThreads()
 {
   {
     QMutexLocker LLock(&FQueueLock);
+    AbortRunningTasks();
     for (const auto& LThread : FThreads)
     {
       LThread->FTerminated = true;
@@ -386,6 +407,7 @@ TvxMapControlTileImageSourceLoadingQueueManager::TakeTask(TvxMapControlTileImage
     if (LTask->TileImageSource()->IsLinked() && !LTask->TileImageSource()->NeedToBeDestroying())
     {
       LTask->TileImageSource()->SetStatus(tisLoading);
+      AThread->FTask = LTask.get();
       return LTask;
     }
     // Its tile left the screen: dropped without touching the network.
@@ -469,6 +491,7 @@ void TvxMapControlTileImageSourceLoadingQueueManager::Clear()
   {
     QMutexLocker LLock(&FQueueLock);
     LTasks.swap(FTileImageSourcesQueue);
+    AbortRunningTasks();
   }
   for (auto& LTask : LTasks)
     DestroyTileImageLoadingTask(std::move(LTask));
@@ -756,6 +779,11 @@ bool TvxMapControlMultiScaleTile::IsReady() const
   return !HasValidIndex() || FFace->IsValid();
 }
 
+bool TvxMapControlMultiScaleTile::IsSettled() const
+{
+  return IsReady() || (FFace->Source() && FFace->Source()->Status() == tisFailed);
+}
+
 void TvxMapControlMultiScaleTile::InvalidateRect(const QRect& ARect)
 {
   FViewPort->TileFactory()->InvalidateRect(ARect);
@@ -1006,6 +1034,15 @@ bool TvxMapControlMultiScaleViewport::IsReady() const
   for (const auto& LColumn : FTiles)
     for (const auto& LTile : LColumn)
       if (!LTile->IsReady())
+        return false;
+  return true;
+}
+
+bool TvxMapControlMultiScaleViewport::IsSettled() const
+{
+  for (const auto& LColumn : FTiles)
+    for (const auto& LTile : LColumn)
+      if (!LTile->IsSettled())
         return false;
   return true;
 }

@@ -157,6 +157,8 @@ public:
 
   TvxMapControlTileImageSource* TileImageSource() const { return FTileImageSource; }
   const QString& Uri() const { return FUri; }
+  // Any thread: the tile is being thrown away; a remote load ends its GET.
+  void Abort() { FAborted.store(true); }
 
 protected:
   virtual bool DoLoad() = 0;
@@ -168,6 +170,7 @@ protected:
   TvxMapControlTileImageSourceLoadingQueueManager* FLoadingQueueManager;
   TvxMapControlTileImageSource* FTileImageSource;
   QString FUri;
+  std::atomic<bool> FAborted = false;
 
 private:
   friend class TvxMapControlTileImageSourceLoadingQueueManager;
@@ -227,6 +230,8 @@ private:
   friend class TvxMapControlTileImageSourceLoadingQueueManager;
 
   TvxMapControlTileImageSourceLoadingQueueManager* FOwner;
+  // The three guarded by the queue lock.
+  TvxMapControlTileImageLoadingTask* FTask = nullptr;
   bool FPaused = false;
   bool FTerminated = false;
 };
@@ -268,6 +273,7 @@ private:
   friend class TvxMapControlMultiScaleTileSource;
   friend class TvxMapControlTileImageLoadingThread;
 
+  void AbortRunningTasks();
   void CreateThreads();
   void TerminateThreads();
   void RecreateThreads();
@@ -407,6 +413,8 @@ public:
   void SetIndex(const TvxMapControlTileIndex& AValue);
   void Invalidate();
   bool IsReady() const;
+  // Ready, or its tile has failed and will not come.
+  bool IsSettled() const;
   bool HasValidIndex() const { return FIndex.Level >= 0; }
 
   void UpdateRenderParams();
@@ -453,6 +461,7 @@ public:
   void ConfirmTiles(const QSize& ASize);
   void ProjectRange(const TvxMapControlTileRange& ARange);
   bool IsReady() const;
+  bool IsSettled() const;
 
   TvxMapControlMultiScaleTileSource* TileSource() const { return FTileSource; }
   void SetTileSource(TvxMapControlMultiScaleTileSource* AValue);
@@ -506,6 +515,7 @@ public:
   void UpdateTileParams();
   void Paint(QPainter& ACanvas);
   bool IsReady() const { return FViewport->IsReady(); }
+  bool IsSettled() const { return FViewport->IsSettled(); }
   TvxMapControlMultiScaleTileSource* Source() const { return FViewport->TileSource(); }
   void SetSource(TvxMapControlMultiScaleTileSource* AValue) { FViewport->SetTileSource(AValue); }
 

@@ -113,6 +113,11 @@ bool TvxMapImageTileLayer::IsReady() const
   return FMultiScaleImage->IsReady();
 }
 
+bool TvxMapImageTileLayer::IsSettled() const
+{
+  return FMultiScaleImage->IsSettled();
+}
+
 TvxMapControlCustomProjection* TvxMapImageTileLayer::GetMapProjection() const
 {
   return FProvider ? FProvider->Projection() : nullptr;

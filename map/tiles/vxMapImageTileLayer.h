@@ -44,8 +44,11 @@ public:
   QString ProviderClassName() const;
   // Unknown names leave the provider as it is and return false.
   bool SetProviderClassName(const QString& AValue);
-  // Every slot of the view has its tile, or lies off the world.
+  // Every slot of the view has its tile, or lies off the world. A tile
+  // that failed keeps its slot from being ready while it is in memory.
   bool IsReady() const;
+  // Ready, or all that is missing has failed: nothing more will come.
+  bool IsSettled() const;
   TvxMapControlMultiScaleImage& MultiScaleImage() const { return *FMultiScaleImage; }
 
   TvxMapControlCustomProjection* GetMapProjection() const override;

@@ -284,7 +284,8 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
   // Tiles arrive through the event loop; wait for every slot or the limit.
   QElapsedTimer LTimer;
   LTimer.start();
-  while (LTiles && !LTiles->IsReady() && LTimer.elapsed() < qint64(LArgs.Wait * 1000))
+  // A tile that failed will not come: no use waiting for it.
+  while (LTiles && !LTiles->IsSettled() && LTimer.elapsed() < qint64(LArgs.Wait * 1000))
   {
     QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     QThread::msleep(5);
@@ -299,6 +300,8 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
     return 2;
   }
   if (LTiles && !LTiles->IsReady())
-    AErrors += "mapwright-render: not every tile arrived within the wait; written as it stood\n";
+    AErrors += LTiles->IsSettled()
+                 ? "mapwright-render: some tiles failed to load; written without them\n"
+                 : "mapwright-render: not every tile arrived within the wait; written as it stood\n";
   return 0;
 }

@@ -76,9 +76,16 @@ public:
   }
 
   QString TilePrefix() const override { return QStringLiteral("test"); }
+  // Tiles from a server instead of files, when set.
+  static inline QString UrlTemplate;
 
   QString GetTileByZoomLevel(int AZoomLevel, int AX, int AY) override
   {
+    if (!UrlTemplate.isEmpty())
+      return QString(UrlTemplate)
+        .replace(QLatin1String("[z]"), QString::number(AZoomLevel))
+        .replace(QLatin1String("[x]"), QString::number(AX))
+        .replace(QLatin1String("[y]"), QString::number(AY));
     const QString LName = QStringLiteral("%1/%2_%3_%4.png").arg(FFolder).arg(AZoomLevel).arg(AX).arg(AY);
     if (!QFileInfo::exists(LName))
     {
