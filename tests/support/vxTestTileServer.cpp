@@ -563,7 +563,9 @@ QImage TvxTestTileServer::TileImage(int AZoom, int AX, int AY, int ASize)
   LImage.fill(LFill.darker(160));
   QPainter LPainter(&LImage);
   LPainter.fillRect(1, 1, ASize - 2, ASize - 2, LFill);
-  QFont LFont = LPainter.font();
+  // The same glyphs on every machine, so that pictures of tiles compare.
+  QFont LFont(QStringLiteral("DejaVu Sans"));
+  LFont.setHintingPreference(QFont::PreferNoHinting);
   LFont.setPixelSize(std::max(6, ASize / 12));
   LPainter.setFont(LFont);
   LPainter.setPen(LFill.lightness() < 128 ? Qt::white : Qt::black);
