@@ -204,9 +204,7 @@ void TvxMapControlAzureMapImageryDataProvider::Update()
 
 double TvxMapControlAzureMapImageryDataProvider::CalculateTotalImageSize(double AZoomLevel)
 {
-  if (AZoomLevel < 1)
-    return AZoomLevel * TileSize;
-  return std::pow(2.0, AZoomLevel) * TileSize;
+  return vxCalculateTotalImageSize(AZoomLevel, TileSize);
 }
 
 void TvxMapControlAzureMapImageryDataProvider::EndUpdate()

@@ -8,6 +8,12 @@
 #include "vxMapImageTileLayer.h"
 
 #include <algorithm>
+#include <cmath>
+
+double vxCalculateTotalImageSize(double AZoomLevel, int ATileSize)
+{
+  return AZoomLevel < 1 ? AZoomLevel * ATileSize : std::pow(2.0, AZoomLevel) * ATileSize;
+}
 
 TvxMapControlImageTileProvider::TvxMapControlImageTileProvider(TvxMapImageTileLayer* AOwner)
   : FCacheOptions(std::make_unique<TvxMapControlCacheOptions>()), FOwner(AOwner)

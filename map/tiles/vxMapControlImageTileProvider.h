@@ -19,6 +19,10 @@ class TvxMapControlImageTileProvider;
 class TvxMapControlMultiScaleTileSource;
 class TvxMapImageTileLayer;
 
+// The world's width in pixels at a level for square tiles of that size:
+// doubling from level 1, and shrinking linearly below it.
+double vxCalculateTotalImageSize(double AZoomLevel, int ATileSize);
+
 // A provider class is the function that makes one for a layer; it runs the
 // virtual set-up after construction.
 using TvxMapControlImageTileProviderClass =

@@ -48,9 +48,7 @@ void TvxMapControlOpenStreetMapImageryDataProvider::Update()
 
 double TvxMapControlOpenStreetMapImageryDataProvider::CalculateTotalImageSize(double AZoomLevel)
 {
-  if (AZoomLevel < 1)
-    return AZoomLevel * TileSize;
-  return std::pow(2.0, AZoomLevel) * TileSize;
+  return vxCalculateTotalImageSize(AZoomLevel, TileSize);
 }
 
 void TvxMapControlOpenStreetMapImageryDataProvider::SetSubdomains(const QStringList& AValue)

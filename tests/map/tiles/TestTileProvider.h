@@ -127,7 +127,7 @@ public:
   int GetDefaultMaxParallelConnectionCount() const override { return Connections; }
   TvxSizeDouble GetMapSizeInPixels(double AZoomLevel) const override
   {
-    const double LSize = AZoomLevel < 1 ? AZoomLevel * 256 : std::pow(2.0, AZoomLevel) * 256;
+    const double LSize = vxCalculateTotalImageSize(AZoomLevel, 256);
     return vxSizeDouble(LSize * ScaleFactor(), LSize * ScaleFactor());
   }
 };
