@@ -1,0 +1,121 @@
+#pragma once
+
+// Base maps: the catalogue of nine, the popup menu that offers them, the
+// switch between the four tile layers with their attribution labels, the
+// offline rule that hides base maps without cached tiles, and the optional
+// servers of a site that runs its own.
+
+#include <QString>
+#include <QStringList>
+#include <array>
+#include <functional>
+
+class QAction;
+class QLabel;
+class QMenu;
+class TIniFile;
+class TvxMapImageTileLayer;
+
+// Positions of the catalogue: the value of BaseMapIdx, the menu index and
+// each entry's tag.
+enum TBaseMapPosition
+{
+  bmWorldImagery,
+  bmWorldStreet,
+  bmWorldTopo,
+  bmNatGeo,
+  bmUSATopo,
+  bmOpenStreetMap,
+  bmAzureImagery,
+  bmAzureHybrid,
+  bmAzureRoad,
+  BaseMapCount
+};
+
+struct TBaseMapRow
+{
+  QString Caption;      // empty for the ArcGIS rows: their provider names them
+  QString IniKey;       // key in section "Maps"
+  bool Default = false; // the key's default
+  QString CachePattern; // wildcard of its tile files in the cache folder
+};
+const std::array<TBaseMapRow, BaseMapCount>& BaseMapCatalogue();
+
+// Which base maps are offered, by position.
+using TBaseMapFlags = std::array<bool, BaseMapCount>;
+
+// The optional [Servers] section. Empty values keep the public services;
+// the program reads the section and never writes it.
+struct TServerSettings
+{
+  QString OpenStreetMapUrl; // a URL template with [subdomain], [z], [x], [y]
+  QString ArcGISServer;     // scheme and host in place of the public ArcGIS host
+  QString AzureMapsServer;  // scheme and host in place of the public Azure Maps host
+  QString ProbeUrl1;        // the internet probe's targets, in order
+  QString ProbeUrl2;
+
+  static TServerSettings Read(const TIniFile& ini);
+  // The probe's targets: the configured ones if any, else the defaults.
+  QStringList ProbeTargets() const;
+};
+
+// True when the folder holds at least one file (not a directory) matching
+// the wildcard pattern.
+bool FindCachedFiles(const QString& PathName, const QString& FileName);
+
+enum class TAttributionFamily
+{
+  ArcGIS,
+  OpenStreetMap,
+  Azure
+};
+
+// Works on the main form's four tile layers, its popup menu and its two
+// attribution labels; the form keeps the handlers and their brackets.
+class TBaseMaps
+{
+public:
+  struct TLayers
+  {
+    TvxMapImageTileLayer* OpenStreetMap = nullptr;
+    TvxMapImageTileLayer* ArcGIS = nullptr;
+    TvxMapImageTileLayer* Azure1 = nullptr;
+    TvxMapImageTileLayer* Azure2 = nullptr;
+  };
+
+  TBaseMaps(const TLayers& layers, QMenu* menu, QLabel* attribution1, QLabel* attribution2);
+
+  // Gives the tile layers their providers, with the site's servers where
+  // set: OpenStreetMap's template and subdomains, the ArcGIS provider class,
+  // the Azure tile sets. Once, before BuildMenu.
+  void SetUpLayers(const TServerSettings& servers);
+
+  // Builds the menu from the catalogue and shows the start base map. Each
+  // entry's click goes to `onClick` with the entry. Returns the local index
+  // that is shown (an Azure index without a key falls back to 0).
+  int BuildMenu(int baseMapIdx, const TBaseMapFlags& flags, const QString& azureKey, const QString& cacheDir,
+                std::function<void(QAction*)> onClick);
+
+  // A click on `entry`, without the form's cursor and pause bracket. An
+  // Azure entry without a key asks `askKey` for one and stores it in
+  // `azureKey`; still without a key, only the check mark moves.
+  void Click(QAction* entry, QString& azureKey, const std::function<QString()>& askKey);
+
+  // Hides the entries whose tiles are not in `cacheDir`. The Azure rows are
+  // looked up at positions 9 to 11 and throw EListError when that position
+  // is needed, as the design has it.
+  void SetCachedBaseMapsOnly(const TBaseMapFlags& flags, const QString& cacheDir);
+
+  // Position of the first checked entry, or -1.
+  int CheckedIndex() const;
+  // The first visible entry, or null.
+  QAction* FirstVisibleEntry() const;
+
+  void SetAttribution(TAttributionFamily family);
+
+private:
+  TLayers FLayers;
+  QMenu* FMenu;
+  QLabel* FAttribution1;
+  QLabel* FAttribution2;
+};
