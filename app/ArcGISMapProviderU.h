@@ -5,6 +5,7 @@
 
 #include "vxMapControlImageTileProvider.h"
 #include "vxMapControlMultiScaleTile.h"
+#include "vxMapControlTypes.h"
 
 #include <QString>
 
@@ -12,13 +13,6 @@
 #include <stdexcept>
 #include <utility>
 #include <vector>
-
-// An index outside a list.
-class EListError : public std::out_of_range
-{
-public:
-  using std::out_of_range::out_of_range;
-};
 
 struct TArcGISBaseMap
 {

@@ -527,12 +527,16 @@ void TvxCustomMapControl::mousePressEvent(QMouseEvent* AEvent)
     FMouseDownPos = P;
   }
   FController->DoMouseDown(AEvent->button(), P);
+  if (OnMouseDown)
+    OnMouseDown(this, AEvent->button(), AEvent->modifiers(), P.x(), P.y());
 }
 
 void TvxCustomMapControl::mouseMoveEvent(QMouseEvent* AEvent)
 {
   const QPoint P = AEvent->position().toPoint();
   RememberMousePos(P);
+  if (OnMouseMove)
+    OnMouseMove(this, AEvent->modifiers(), P.x(), P.y());
   if (FDragMode != 0)
   {
     bool Accepted = false;
@@ -564,11 +568,15 @@ void TvxCustomMapControl::mouseReleaseEvent(QMouseEvent* AEvent)
       EndDragAndDrop(true);
   }
   FController->DoMouseUp(AEvent->button(), P);
+  if (OnMouseUp)
+    OnMouseUp(this, AEvent->button(), AEvent->modifiers(), P.x(), P.y());
 }
 
 void TvxCustomMapControl::mouseDoubleClickEvent(QMouseEvent* AEvent)
 {
   mousePressEvent(AEvent);
+  if (OnDblClick)
+    OnDblClick(this);
 }
 
 bool TvxCustomMapControl::StartDragAndDrop(const QPoint& APoint)
@@ -725,12 +733,21 @@ void TvxCustomMapControl::keyReleaseEvent(QKeyEvent* AEvent)
   QWidget::keyReleaseEvent(AEvent);
 }
 
+void TvxCustomMapControl::enterEvent(QEnterEvent* AEvent)
+{
+  QWidget::enterEvent(AEvent);
+  if (OnMouseEnter)
+    OnMouseEnter(this);
+}
+
 void TvxCustomMapControl::leaveEvent(QEvent* AEvent)
 {
   if (FDragMode == 0)
     FHasMousePos = false;
   FController->DoMouseLeave();
   QWidget::leaveEvent(AEvent);
+  if (OnMouseLeave)
+    OnMouseLeave(this);
 }
 
 void TvxCustomMapControl::showEvent(QShowEvent* AEvent)

@@ -136,6 +136,13 @@ public:
   std::function<void(TvxCustomMapControl*)> OnZoomLevelChanged;
   std::function<void(TvxCustomMapControl*, IvxMapItem*, bool&)> OnSelectionChanging;
   std::function<void(TvxCustomMapControl*)> OnSelectionChanged;
+  // The mouse, after the control has done its own part; positions are client pixels.
+  std::function<void(TvxCustomMapControl*, Qt::MouseButton, Qt::KeyboardModifiers, int, int)> OnMouseDown;
+  std::function<void(TvxCustomMapControl*, Qt::KeyboardModifiers, int, int)> OnMouseMove;
+  std::function<void(TvxCustomMapControl*, Qt::MouseButton, Qt::KeyboardModifiers, int, int)> OnMouseUp;
+  std::function<void(TvxCustomMapControl*)> OnDblClick;
+  std::function<void(TvxCustomMapControl*)> OnMouseEnter;
+  std::function<void(TvxCustomMapControl*)> OnMouseLeave;
 
   // Used by the motions and the panel.
   void DoSetCenterPoint(const TvxMapControlGeoPoint& AValue, bool ACheckAllow);
@@ -152,6 +159,7 @@ protected:
   void wheelEvent(QWheelEvent* AEvent) override;
   void keyPressEvent(QKeyEvent* AEvent) override;
   void keyReleaseEvent(QKeyEvent* AEvent) override;
+  void enterEvent(QEnterEvent* AEvent) override;
   void leaveEvent(QEvent* AEvent) override;
   void showEvent(QShowEvent* AEvent) override;
   void changeEvent(QEvent* AEvent) override;

@@ -7,8 +7,16 @@
 #include <QHashFunctions>
 #include <QString>
 #include <QtGlobal>
+#include <stdexcept>
 
 #include <functional>
+
+// A list asked for an index or a name it does not have.
+class EListError : public std::runtime_error
+{
+public:
+  using std::runtime_error::runtime_error;
+};
 
 struct TvxPointDouble
 {

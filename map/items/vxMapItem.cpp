@@ -1,5 +1,7 @@
 #include "vxMapItem.h"
 
+#include <algorithm>
+
 #include "vxCustomMapItemLayer.h"
 #include "vxMapControl.h"
 
@@ -236,6 +238,12 @@ int TvxMapItem::Index() const
   return FCollection ? FCollection->IndexOf(this) : -1;
 }
 
+void TvxMapItem::SetIndex(int AValue)
+{
+  if (FCollection)
+    FCollection->Move(Index(), AValue);
+}
+
 void TvxMapItem::SetStyle(TvxMapControlElementState AState, const TvxCustomMapItemStyle& AValue)
 {
   FStyles->SetStyle(AState, AValue);
@@ -376,6 +384,19 @@ void TvxMapItems::Delete(int AIndex)
     FLayer->ItemViewInfo()->ItemRemoving(Item.get());
   FItems.erase(FItems.begin() + AIndex);
   Item.reset();
+  Changed();
+}
+
+void TvxMapItems::Move(int AFrom, int ATo)
+{
+  if (AFrom < 0 || AFrom >= Count())
+    return;
+  ATo = std::clamp(ATo, 0, Count() - 1);
+  if (AFrom == ATo)
+    return;
+  auto Item = std::move(FItems[size_t(AFrom)]);
+  FItems.erase(FItems.begin() + AFrom);
+  FItems.insert(FItems.begin() + ATo, std::move(Item));
   Changed();
 }
 

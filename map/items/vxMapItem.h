@@ -26,13 +26,6 @@ class TvxMapItems;
 class TvxMapItemTextViewInfo;
 class TvxMapItemViewInfo;
 
-// The list error of a name/value store asked for a name it lacks.
-class EListError : public std::runtime_error
-{
-public:
-  using std::runtime_error::runtime_error;
-};
-
 enum TvxMapItemTitleVisibility
 {
   mitvAuto,
@@ -113,6 +106,8 @@ public:
   TvxCustomMapItemLayer* Layer() const { return FLayer; }
   TvxCustomMapControl* GetMapControl() const;
   int Index() const;
+  // Moves the item within its collection; the others shift to make room.
+  void SetIndex(int AValue);
   TvxMapItemViewInfo* ViewInfo() const { return FViewInfo.get(); }
 
   TvxMapItemAttributes& Attributes() { return *FAttributes; }
@@ -207,6 +202,8 @@ public:
   }
   void Delete(int AIndex);
   void Remove(TvxMapItem* AItem) { Delete(IndexOf(AItem)); }
+  // Indexes outside the list are clamped to it.
+  void Move(int AFrom, int ATo);
   void Clear();
   void ChangeScale(int AM, int AD);
 

@@ -21,6 +21,11 @@ TvxMapControlImageTileProvider::TvxMapControlImageTileProvider(TvxMapImageTileLa
   FCacheOptions->OnChanged = [this](TvxMapControlCacheOptions*) { CacheOptionsChanged(); };
 }
 
+std::unique_ptr<TvxMapControlMultiScaleTileSource> TvxMapControlImageTileProvider::CreateTileSource()
+{
+  return nullptr;
+}
+
 TvxMapControlImageTileProvider::~TvxMapControlImageTileProvider()
 {
   FCacheOptions->OnChanged = nullptr;

@@ -44,7 +44,7 @@ public:
   virtual void AfterConstruction();
 
   virtual std::unique_ptr<TvxMapControlCustomProjection> CreateProjection();
-  virtual std::unique_ptr<TvxMapControlMultiScaleTileSource> CreateTileSource() { return nullptr; }
+  virtual std::unique_ptr<TvxMapControlMultiScaleTileSource> CreateTileSource();
   virtual int GetDefaultMaxParallelConnectionCount() const = 0;
   // Tells the layer; derived providers rebuild their source first.
   virtual void Update();
