@@ -5,15 +5,19 @@
 // offline rule that hides base maps without cached tiles, and the optional
 // servers of a site that runs its own.
 
+#include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <array>
 #include <functional>
 
 class QAction;
+class QActionGroup;
 class QLabel;
 class QMenu;
 class TIniFile;
+class TArcGISMapProvider;
+class TvxMapControlAzureMapImageryDataProvider;
 class TvxMapImageTileLayer;
 
 // Positions of the catalogue: the value of BaseMapIdx, the menu index and
@@ -92,7 +96,8 @@ public:
 
   // Builds the menu from the catalogue and shows the start base map. Each
   // entry's click goes to `onClick` with the entry. Returns the local index
-  // that is shown (an Azure index without a key falls back to 0).
+  // that is shown (an Azure index without a key falls back to 0). An index
+  // outside the catalogue shows no base map and checks no entry.
   int BuildMenu(int baseMapIdx, const TBaseMapFlags& flags, const QString& azureKey, const QString& cacheDir,
                 std::function<void(QAction*)> onClick);
 
@@ -114,8 +119,17 @@ public:
   void SetAttribution(TAttributionFamily family);
 
 private:
+  TArcGISMapProvider* ArcGISProvider() const;
+  static TvxMapControlAzureMapImageryDataProvider* AzureProvider(TvxMapImageTileLayer* layer);
+  void SetAzureKey(const QString& azureKey);
+  // Shows the Azure base map at that position, with the key and attribution.
+  void ShowAzure(int index, const QString& azureKey);
+  // The menu entry at a position; EListError past either end.
+  QAction* Entry(int position) const;
+
   TLayers FLayers;
   QMenu* FMenu;
   QLabel* FAttribution1;
   QLabel* FAttribution2;
+  QPointer<QActionGroup> FGroup; // the menu's radio entries; a child of the menu
 };

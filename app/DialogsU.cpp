@@ -1,6 +1,7 @@
 #include "DialogsU.h"
 
 #include <QApplication>
+#include <QDialog>
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QMessageBox>
@@ -83,6 +84,11 @@ QString TWidgetDialogs::FolderName(const QString& caption, const QString& dir)
   return QFileDialog::getExistingDirectory(QApplication::activeWindow(), caption, dir);
 }
 
+int TWidgetDialogs::Execute(QDialog& dialog)
+{
+  return dialog.exec();
+}
+
 void TStderrDialogs::ShowMessage(const QString& text)
 {
   PrintLine(QStringLiteral("message"), text);
@@ -119,6 +125,14 @@ QString TStderrDialogs::FolderName(const QString& caption, const QString&)
   return {};
 }
 
+int TStderrDialogs::Execute(QDialog& dialog)
+{
+  const QByteArray line = QStringLiteral("mapwright: %1\n").arg(dialog.windowTitle()).toLocal8Bit();
+  std::fputs(line.constData(), stderr);
+  std::fflush(stderr);
+  return QDialog::Rejected;
+}
+
 bool TRecordingDialogs::Question(const QString&, const QString& text, bool defaultYes)
 {
   Questions << text;
@@ -130,4 +144,10 @@ std::optional<QString> TRecordingDialogs::InputBox(const QString&, const QString
 {
   Prompts << prompt;
   return InputAnswers.isEmpty() ? std::optional<QString>(defaultText) : InputAnswers.takeFirst();
+}
+
+int TRecordingDialogs::Execute(QDialog& dialog)
+{
+  Executed << dialog.windowTitle();
+  return OnExecute ? OnExecute(dialog) : int(QDialog::Rejected);
 }

@@ -2,9 +2,11 @@
 
 #include <QString>
 #include <QStringList>
+#include <functional>
 #include <memory>
 #include <optional>
 
+class QDialog;
 class QWidget;
 
 // Every message box, question, input box and file dialog of the program
@@ -26,6 +28,8 @@ public:
   virtual QString OpenFileName(const QString& caption, const QString& dir, const QString& filter) = 0;
   virtual QString SaveFileName(const QString& caption, const QString& dir, const QString& filter) = 0;
   virtual QString FolderName(const QString& caption, const QString& dir) = 0;
+  // Runs one of the program's own dialogs modally; the QDialog result code.
+  virtual int Execute(QDialog& dialog) = 0;
 };
 
 namespace Dialogs
@@ -50,6 +54,7 @@ public:
   QString OpenFileName(const QString& caption, const QString& dir, const QString& filter) override;
   QString SaveFileName(const QString& caption, const QString& dir, const QString& filter) override;
   QString FolderName(const QString& caption, const QString& dir) override;
+  int Execute(QDialog& dialog) override;
 };
 
 // For unattended runs: prints each dialog to standard error, one line
@@ -64,6 +69,8 @@ public:
   QString OpenFileName(const QString& caption, const QString& dir, const QString& filter) override;
   QString SaveFileName(const QString& caption, const QString& dir, const QString& filter) override;
   QString FolderName(const QString& caption, const QString& dir) override;
+  // Prints the window title and cancels.
+  int Execute(QDialog& dialog) override;
 };
 
 // Records every dialog and answers from scripted queues; for tests.
@@ -76,6 +83,9 @@ public:
   QList<bool> QuestionAnswers;    // taken from the front; default answer when empty
   QList<std::optional<QString>> InputAnswers;
   QStringList FileAnswers;        // for the three choosers
+  QStringList Executed;           // window titles of Execute
+  // Plays the user of an executed dialog; without it the dialog is cancelled.
+  std::function<int(QDialog&)> OnExecute;
 
   void ShowMessage(const QString& text) override { Messages << text; }
   bool Question(const QString& caption, const QString& text, bool defaultYes) override;
@@ -84,6 +94,7 @@ public:
   QString OpenFileName(const QString&, const QString&, const QString&) override { return NextFile(); }
   QString SaveFileName(const QString&, const QString&, const QString&) override { return NextFile(); }
   QString FolderName(const QString&, const QString&) override { return NextFile(); }
+  int Execute(QDialog& dialog) override;
 
 private:
   QString NextFile() { return FileAnswers.isEmpty() ? QString() : FileAnswers.takeFirst(); }

@@ -2,14 +2,30 @@
 
 #include <QWidget>
 
-// GPS Image Legend. Created once at start, in the start-up order, and kept until the
-// process ends; its content arrives with the work that needs it.
+class QScrollBar;
+
+// GPS Image Legend: what each live marker picture means. Created once at
+// start, in the start-up order, and kept until the process ends; the main
+// window places and shows it.
 class TFormGPSImageLegend : public QWidget
 {
   Q_OBJECT
 
 public:
   explicit TFormGPSImageLegend(QWidget* parent = nullptr);
+
+  // The strip of legend entries, wider than the window; scrolled sideways.
+  QWidget* Panel5 = nullptr;
+  QScrollBar* UserDisplayScrollBar = nullptr;
+
+public Q_SLOTS:
+  void UserDisplayScrollBarScroll(int position);
+
+protected:
+  void resizeEvent(QResizeEvent* event) override;
+
+private:
+  void PlaceScrollBar();
 };
 
 extern TFormGPSImageLegend* FormGPSImageLegend;
