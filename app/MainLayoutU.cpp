@@ -2,7 +2,11 @@
 
 #include "GlyphsU.h"
 #include "MainU.h"
-#include "MapStandInU.h"
+#include "vxMapControl.h"
+#include "vxMapControlNavigationPanel.h"
+#include "vxMapControlMultiScaleTile.h"
+#include "vxMapImageTileLayer.h"
+#include "vxMapItemLayer.h"
 
 #include <QCheckBox>
 #include <QGridLayout>
@@ -210,7 +214,25 @@ void BuildMainLayout(TfrmMain& form)
   auto* mapLayout = new QVBoxLayout(form.pnlMap);
   mapLayout->setContentsMargins(1, 1, 1, 1);
   mapLayout->setSpacing(0);
-  form.Map = new TMapStandIn(form.pnlMap);
+  form.Map = Named(new TvxMapControl(form.pnlMap), "Map");
+  form.Map->NavigationPanel().SetHeight(50);
+  form.Map->NavigationPanel().SetShowMilesScale(false);
+  form.Map->NavigationPanel().SetXCoordinateDisplayMask(QStringLiteral("{CP}{D:6}°"));
+  form.Map->NavigationPanel().SetYCoordinateDisplayMask(QStringLiteral("{CP}{D:6}°"));
+  // The fixed stack: four tile layers, of which one base map shows, then
+  // the static markers and the live markers above them.
+  form.OpenStreetMapLayer = form.Map->AddLayer<TvxMapImageTileLayer>();
+  form.OpenStreetMapLayer->SetName(QStringLiteral("OpenStreetMapLayer"));
+  form.ArcGISMapLayer = form.Map->AddLayer<TvxMapImageTileLayer>();
+  form.ArcGISMapLayer->SetName(QStringLiteral("ArcGISMapLayer"));
+  form.AzureMapsLayer1 = form.Map->AddLayer<TvxMapImageTileLayer>();
+  form.AzureMapsLayer1->SetName(QStringLiteral("AzureMapsLayer1"));
+  form.AzureMapsLayer2 = form.Map->AddLayer<TvxMapImageTileLayer>();
+  form.AzureMapsLayer2->SetName(QStringLiteral("AzureMapsLayer2"));
+  form.KestrelStaticMarkers = form.Map->AddLayer<TvxMapItemLayer>();
+  form.KestrelStaticMarkers->SetName(QStringLiteral("KestrelStaticMarkers"));
+  form.KestrelLiveMarkers = form.Map->AddLayer<TvxMapItemLayer>();
+  form.KestrelLiveMarkers->SetName(QStringLiteral("KestrelLiveMarkers"));
   mapLayout->addWidget(form.Map, 1);
   form.pnlGet = Named(new QFrame(form.pnlMap), "pnlGet");
   form.pnlGet->setFixedHeight(41);
@@ -298,5 +320,4 @@ void BuildMainLayout(TfrmMain& form)
   form.PingTimer = Named(new QTimer(self), "PingTimer");
   form.PingTimer->setInterval(500);
   form.ApplicationEvents1 = Named(new QObject(self), "ApplicationEvents1");
-  form.LiveImageLIst = Named(new QObject(self), "LiveImageLIst");
 }

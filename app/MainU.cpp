@@ -9,10 +9,25 @@
 #include "IniFileU.h"
 #include "InternetProbeU.h"
 #include "MainLayoutU.h"
-#include "MapStandInU.h"
+#include "LiveMarkersU.h"
+#include "MarkersU.h"
+#include "AzureMapKeyU.h"
+#include "BaseMapsU.h"
+#include "StatusImagesU.h"
+#include "vxMapControl.h"
+#include "vxMapControlMultiScaleTile.h"
+#include "vxMapImageTileLayer.h"
+#include "vxMapItemLayer.h"
+#include "vxMapPointItems.h"
+#include "ArcGISMapProviderU.h"
 #include "NumberTextU.h"
 
 #include <QApplication>
+#include <QActionGroup>
+#include <QCursor>
+#include <QLayout>
+#include <QPlainTextEdit>
+#include <set>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QDir>
@@ -44,6 +59,7 @@ TfrmMain::TfrmMain(const QStringList& arguments, QWidget* parent)
   : QWidget(parent)
   , FArguments(arguments)
   , FFeedLink(std::make_unique<TFeedLink>())
+  , FServers(std::make_unique<TServerSettings>())
 {
   frmMain = this;
   BuildControls();
@@ -52,6 +68,7 @@ TfrmMain::TfrmMain(const QStringList& arguments, QWidget* parent)
 
 TfrmMain::~TfrmMain()
 {
+  SetScreenCursor(Qt::ArrowCursor);
   FormDestroy();
   qApp->removeEventFilter(this);
   if (frmMain == this)
@@ -66,6 +83,29 @@ void TfrmMain::BuildControls()
   connect(btnLocators, &QPushButton::clicked, this, &TfrmMain::btnLocatorsClick);
   connect(btnTestMarkers, &QPushButton::clicked, this, &TfrmMain::btnTestMarkersClick);
   connect(SpeedButton1, &QToolButton::clicked, this, &TfrmMain::SpeedButton1Click);
+  connect(cbAutoCenter, &QCheckBox::clicked, this, &TfrmMain::cbAutoCenterClick);
+  connect(sbtnAdd, &QToolButton::clicked, this, &TfrmMain::sbtnAddClick);
+  connect(btnBasemaps, &QPushButton::clicked, this, [this] { RunHandler([this] { btnBasemapsClick(); }); });
+  sbtnAdd->installEventFilter(this);
+
+  FLiveMarkers = std::make_unique<TLiveMarkers>(Map, KestrelLiveMarkers);
+  FBaseMaps = std::make_unique<TBaseMaps>(
+    TBaseMaps::TLayers{OpenStreetMapLayer, ArcGISMapLayer, AzureMapsLayer1, AzureMapsLayer2}, popupBasemaps,
+    lblAttribution1, lblAttribution2);
+  Map->OnMouseDown = [this](TvxCustomMapControl*, Qt::MouseButton b, Qt::KeyboardModifiers m, int x, int y) {
+    MapMouseDown(b, m, x, y);
+  };
+  Map->OnMouseMove = [this](TvxCustomMapControl*, Qt::KeyboardModifiers m, int x, int y) { MapMouseMove(m, x, y); };
+  Map->OnMouseUp = [this](TvxCustomMapControl*, Qt::MouseButton b, Qt::KeyboardModifiers m, int x, int y) {
+    RunHandler([&] { MapMouseUp(b, m, x, y); });
+  };
+  Map->OnDblClick = [this](TvxCustomMapControl*) { RunHandler([this] { MapDblClick(); }); };
+  Map->OnMouseEnter = [this](TvxCustomMapControl*) { MapMouseEnter(); };
+  Map->OnMouseLeave = [this](TvxCustomMapControl*) { MapMouseLeave(); };
+  Map->OnSelectionChanging = [this](TvxCustomMapControl*, IvxMapItem* item, bool& allow) {
+    MapSelectionChanging(item, allow);
+  };
+  Map->OnZoomLevelChanged = [this](TvxCustomMapControl*) { MapZoomLevelChanged(); };
   pnlMap->installEventFilter(this);
   qApp->installEventFilter(this);
 }
@@ -78,11 +118,13 @@ void TfrmMain::FormCreate()
   try {
     Globals::AppDir = QDir(QCoreApplication::applicationDirPath()).absolutePath() + QLatin1Char('/');
 
+    // A site's own probe targets count from the first probe on.
+    ReadServers();
     LastInternetCheck = Clock::Now();
     ShowInternetStatus(GetInternetConnectionStatus());
 
     RuntimeMode = ConfigMode = PutMode = GetMode = TestMode = false;
-    CurrentUserID.clear();
+    FLiveMarkers->CurrentUserID.clear();
     OkDoMouseUp = AllowChangingEvent = PlacingStaticMarker = EditingStaticMarker = false;
     ManageMarkers = ManageLayers = true;
     MapsWorldImagery = MapsWorldStreet = MapsWorldTopo = MapsNatGeo = MapsUSATopo = MapsOpenStreet = true;
@@ -118,11 +160,11 @@ void TfrmMain::FormCreate()
     }
 
     ApplyModeVisibility();
-    FLiveMarkerSelected = false;
-    FSelectedLiveMarkerId.clear();
+    FLiveMarkers->RadiusMarker = nullptr;
+    FLiveMarkers->SelectedLiveMarker = nullptr;
     BuildBaseMapMenu();
-    MapSetCenter(StartupLat, StartupLon);
-    MapSetZoom(StartupZoom);
+    Map->SetCenterPoint(TvxMapControlGeoPoint::Create(StartupLat, StartupLon));
+    Map->SetZoomLevel(StartupZoom);
 
     FFeedLink->OnTCPDataReceived = [this](const QString& msg) { TCPDataReceived(msg); };
     FFeedLink->SetPort(TCPPort);
@@ -150,6 +192,31 @@ void TfrmMain::FormCreate()
   } catch (const EMapwrightError& e) {
     // The rest of start-up is skipped; the window still opens.
     Dialogs::Get().ShowMessage(e.Message());
+  } catch (const std::exception& e) {
+    // The offline rule's list index error among them, by design.
+    Dialogs::Get().ShowMessage(QString::fromUtf8(e.what()));
+  }
+}
+
+void TfrmMain::ReadServers()
+{
+  *FServers = TServerSettings();
+  if (!FArguments.isEmpty() && QFileInfo(FArguments.at(0)).isDir()) {
+    const TIniFile ini(Globals::JoinPath(Globals::JoinPath(FArguments.at(0), QStringLiteral("Maps")),
+                                         QStringLiteral("Mapwright.ini")));
+    *FServers = TServerSettings::Read(ini);
+  }
+  InternetProbe::SetTargets(FServers->ProbeTargets());
+}
+
+void TfrmMain::RunHandler(const std::function<void()>& handler)
+{
+  try {
+    handler();
+  } catch (const EMapwrightError& e) {
+    Dialogs::Get().ShowMessage(e.Message());
+  } catch (const std::exception& e) {
+    Dialogs::Get().ShowMessage(QString::fromUtf8(e.what()));
   }
 }
 
@@ -223,10 +290,10 @@ void TfrmMain::WriteSettings()
   ini.WriteInteger(startup, QStringLiteral("StartLeft"), pos().x());
   ini.WriteInteger(startup, QStringLiteral("StartHeight"), height());
   ini.WriteInteger(startup, QStringLiteral("StartWidth"), width());
-  ini.WriteFloat(startup, QStringLiteral("StartLat"), MapCenterLatitude());
-  ini.WriteFloat(startup, QStringLiteral("StartLon"), MapCenterLongitude());
-  ini.WriteFloat(startup, QStringLiteral("StartZoom"), MapZoom());
-  const int checked = CheckedBaseMapIndex();
+  ini.WriteFloat(startup, QStringLiteral("StartLat"), Map->CenterPoint().Latitude());
+  ini.WriteFloat(startup, QStringLiteral("StartLon"), Map->CenterPoint().Longitude());
+  ini.WriteFloat(startup, QStringLiteral("StartZoom"), Map->ZoomLevel());
+  const int checked = FBaseMaps->CheckedIndex();
   if (checked >= 0)
     ini.WriteInteger(startup, QStringLiteral("BaseMapIdx"), checked);
   ini.WriteBool(startup, QStringLiteral("AutoCenter"), cbAutoCenter->isChecked());
@@ -296,7 +363,7 @@ void TfrmMain::FormShow()
   AllowChangingEvent = true;
 
   if (GetMode || PutMode) {
-    MapSetCenter(GetPutModeLat, GetPutModeLon);
+    Map->SetCenterPoint(TvxMapControlGeoPoint::Create(GetPutModeLat, GetPutModeLon));
     PlaceGetPutMarker();
     edtLatitude->setText(NumberText::FormatFloat6(GetPutModeLat));
     edtLongitude->setText(NumberText::FormatFloat6(GetPutModeLon));
@@ -436,6 +503,8 @@ bool TfrmMain::eventFilter(QObject* watched, QEvent* event)
     StatusBarPanel0->setFixedWidth(Map->width());
     PlaceAttribution();
   }
+  if (watched == sbtnAdd && event->type() == QEvent::Leave)
+    sbtnAddMouseLeave();
   if (event->type() == QEvent::MouseButtonPress || event->type() == QEvent::MouseButtonRelease)
     ApplicationEvents1Message(event);
   return QWidget::eventFilter(watched, event);
@@ -447,8 +516,9 @@ void TfrmMain::ApplicationEvents1Message(QEvent* event)
   if (mouse->button() != Qt::LeftButton)
     return;
   if (event->type() == QEvent::MouseButtonRelease) {
+    // The map's place inside its panel, not in the window: kept as designed.
     if (PlacingStaticMarker && mouse->globalPosition().x() - pos().x() < Map->x()) {
-      unsetCursor();
+      SetScreenCursor(Qt::ArrowCursor);
       PlacingStaticMarker = false;
     }
   } else {
@@ -515,53 +585,41 @@ void TfrmMain::TCPDataReceived(const QString& msg)
       RunSystemCommand(command);
     if (!message.HasLiveMarkers)
       return;
-
-    MapBeginUpdate();
-    // The selected marker comes to the top and the update closes, also when a report fails.
-    struct TCloseUpdate
-    {
-      TfrmMain* Form;
-      ~TCloseUpdate()
-      {
-        if (Form->FLiveMarkerSelected)
-          Form->RaiseSelectedLiveMarker();
-        Form->MapEndUpdate();
-      }
-    } closeUpdate{this};
-
-    for (const TLiveMarkerReport& report : message.Reports) {
-      NeedUpdatedImage = true;
-      ApplyReport(report);
-    }
-    if (!message.ReportFailure.isEmpty())
-      throw EMapwrightError(message.ReportFailure);
+    TLiveMarkerHooks hooks;
+    hooks.OnInit = [this](const TLiveMarkerReport&) { BringApplicationToFront(); };
+    hooks.OnCurrentUserReport = [this](const TLiveMarkerReport& report) { CurrentUserReport(report); };
+    FLiveMarkers->ApplyReports(message, hooks);
   } catch (const EMapwrightError& e) {
     Dialogs::Get().ShowMessage(e.Message());
   }
 }
 
-void TfrmMain::ApplyReport(const TLiveMarkerReport& report)
+void TfrmMain::CurrentUserReport(const TLiveMarkerReport& report)
 {
-  bool init = report.Init;
-  NeedUpdatedImage = StoreLiveMarkerReport(report, init);
-  if (init) {
-    BringApplicationToFront();
-    CurrentUserID = report.Id;
-    SelectLiveMarker(report.Id);
-  }
-  if (CurrentUserID == report.Id) {
-    ShowRadiusMarker();
-    lblID->setText(report.Id);
-    lblName->setText(report.Name);
-    lblLocation->setText(report.Location);
-    if (Visible(btnLocators))
-      btnLocators->setEnabled(LocatorApplies(report.Location));
-    StatusBarPanel1->setText(QStringLiteral("Fix Status: ") + report.FixStatus);
-    if (Visible(cbAutoCenter) && cbAutoCenter->isChecked())
-      MapSetCenter(report.Lat, report.Lon);
-  }
-  if (NeedUpdatedImage)
-    UpdateStatusImage(report.Id, CurrentUserID == report.Id);
+  lblID->setText(report.Id);
+  lblName->setText(report.Name);
+  lblLocation->setText(report.Location);
+  if (Visible(btnLocators))
+    ApplyLocatorRule(report.Location);
+  StatusBarPanel1->setText(QStringLiteral("Fix Status: ") + report.FixStatus);
+  // As sent, without the drawn pin's offset.
+  if (Visible(cbAutoCenter) && cbAutoCenter->isChecked())
+    Map->SetCenterPoint(TvxMapControlGeoPoint::Create(report.Lat, report.Lon));
+}
+
+void TfrmMain::ApplyLocatorRule(const QString& location)
+{
+  btnLocators->setEnabled(LocatorApplies(location));
+}
+
+const QString& TfrmMain::CurrentUserID() const
+{
+  return FLiveMarkers->CurrentUserID;
+}
+
+TvxMapPushpin* TfrmMain::SelectedLiveMarker() const
+{
+  return FLiveMarkers->SelectedLiveMarker;
 }
 
 void TfrmMain::RunSystemCommand(const QString& command)
@@ -626,9 +684,9 @@ void TfrmMain::PingTimerTimer()
   if (Clock::SecondsBetween(now, LastMarkerCheck) > 30) {
     AllowChangingEvent = false;
     LastMarkerCheck = now;
-    MapBeginUpdate();
-    AgeLiveMarkers();
-    MapEndUpdate();
+    Map->BeginUpdate();
+    FLiveMarkers->AgePass(now);
+    Map->EndUpdate();
     AllowChangingEvent = true;
   }
 
@@ -642,7 +700,10 @@ void TfrmMain::PingTimerTimer()
     });
   }
 
-  FlashLiveMarkers();
+  // One repaint for all the markers that flash.
+  Map->BeginUpdate();
+  FLiveMarkers->Flash(HighlightMarker);
+  Map->EndUpdate();
   HighlightMarker = !HighlightMarker;
 }
 
@@ -680,114 +741,353 @@ void TfrmMain::btnDoneClick()
 
 void TfrmMain::btnLocatorsClick()
 {
-  unsetCursor();
+  SetScreenCursor(Qt::ArrowCursor);
   PlacingStaticMarker = false;
-  if (FLiveMarkerSelected) {
-    SetTCPOutMessage(QStringLiteral("ShowLocation(") + FSelectedLiveMarkerId + QLatin1Char(')'));
+  if (TvxMapPushpin* selected = SelectedLiveMarker()) {
+    SetTCPOutMessage(QStringLiteral("ShowLocation(") + TLiveMarkers::Text(selected, QStringLiteral("ID"))
+                     + QLatin1Char(')'));
     SendNow(200);
   }
 }
 
 void TfrmMain::SpeedButton1Click()
 {
-  unsetCursor();
+  SetScreenCursor(Qt::ArrowCursor);
   PlacingStaticMarker = false;
   if (!FormGPSImageLegend)
     return;
   FormGPSImageLegend->setVisible(FormGPSImageLegend->isHidden());
 }
 
-int TfrmMain::CheckedBaseMapIndex() const
+
+void TfrmMain::cbAutoCenterClick()
 {
-  const QList<QAction*> entries = popupBasemaps->actions();
-  for (int i = 0; i < entries.size(); ++i)
-    if (entries[i]->isChecked())
-      return i;
-  return -1;
+  TvxMapPushpin* selected = SelectedLiveMarker();
+  if (!cbAutoCenter->isChecked() || !selected)
+    return;
+  const auto lat = NumberText::TryStrToFloat(TLiveMarkers::Text(selected, QStringLiteral("LAT")));
+  const auto lon = NumberText::TryStrToFloat(TLiveMarkers::Text(selected, QStringLiteral("LON")));
+  // The texts were written in the user's locale; a locale changed since
+  // then leaves the map where it is.
+  if (lat && lon)
+    Map->SetCenterPoint(TvxMapControlGeoPoint::Create(*lat, *lon));
+}
+
+void TfrmMain::SetScreenCursor(Qt::CursorShape shape)
+{
+  if (shape == FScreenCursor)
+    return;
+  if (FScreenCursor != Qt::ArrowCursor)
+    QGuiApplication::restoreOverrideCursor();
+  FScreenCursor = shape;
+  if (shape != Qt::ArrowCursor)
+    QGuiApplication::setOverrideCursor(QCursor(shape));
 }
 
 // ---------------------------------------------------------------------------
-// Calls into the map engine and the stores that later work provides. Each
-// call has this one place; until its owner lands it works on the stand-in
-// map or does nothing that could lose data.
+// The mouse on the map
 
-void TfrmMain::MapSetCenter(double latitude, double longitude)
+void TfrmMain::MapMouseDown(Qt::MouseButton, Qt::KeyboardModifiers, int, int)
 {
-  Map->SetCenter(latitude, longitude);
+  OkDoMouseUp = true;
 }
 
-void TfrmMain::MapSetZoom(double zoom)
+void TfrmMain::MapMouseMove(Qt::KeyboardModifiers, int, int)
 {
-  Map->SetZoomLevel(zoom);
+  // Any move between press and release makes the press a drag.
+  OkDoMouseUp = false;
 }
 
-double TfrmMain::MapCenterLatitude() const
+void TfrmMain::MapMouseEnter()
 {
-  return Map->CenterLatitude();
+  if (FScreenCursor == Qt::ForbiddenCursor)
+    SetScreenCursor(Qt::CrossCursor);
+  pnlMarkerInfo->hide();
+  pnlStaticMarkerInfo->hide();
 }
 
-double TfrmMain::MapCenterLongitude() const
+void TfrmMain::MapMouseLeave()
 {
-  return Map->CenterLongitude();
+  if (FScreenCursor == Qt::CrossCursor)
+    SetScreenCursor(Qt::ForbiddenCursor);
 }
 
-double TfrmMain::MapZoom() const
+void TfrmMain::sbtnAddMouseLeave()
 {
-  return Map->ZoomLevel();
+  MapMouseLeave();
 }
 
-void TfrmMain::MapBeginUpdate()
+void TfrmMain::sbtnAddClick()
 {
-  Map->BeginUpdate();
+  if (MarkerDialogShowing())
+    return;
+  SetScreenCursor(Qt::CrossCursor);
+  EditingStaticMarker = false;
+  PlacingStaticMarker = true;
 }
 
-void TfrmMain::MapEndUpdate()
+TvxMapImageTileLayer* TfrmMain::ConversionLayer() const
 {
-  Map->EndUpdate();
+  for (TvxMapImageTileLayer* layer : {OpenStreetMapLayer, AzureMapsLayer1, AzureMapsLayer2})
+    if (layer->Visible())
+      return layer;
+  return ArcGISMapLayer;
 }
 
-// The live marker store: find or create the person's marker and keep the
-// report. The first marker of an empty store selects itself.
-bool TfrmMain::StoreLiveMarkerReport(const TLiveMarkerReport& report, bool& init)
+void TfrmMain::MapMouseUp(Qt::MouseButton, Qt::KeyboardModifiers, int X, int Y)
 {
-  if (!Map->HasReports())
-    init = true;
-  Map->ShowReport(report);
-  return true;
+  // While the marker dialog shows, a drag counts as a click; in Put runs
+  // the map ignores clicks.
+  if (!(MarkerDialogShowing() || (OkDoMouseUp && !PutMode)))
+    return;
+  QPoint screenPoint(X, Y - 16);
+  if (GetMode || (MarkerDialogShowing() && MarkerDialogOnMiscPage()))
+    screenPoint = QPoint(X + 16, Y - 16);
+  if (Y > Map->height() - Map->NavigationPanel().Height())
+    return;
+  const TvxMapControlGeoPoint geoPoint = ConversionLayer()->ScreenPointToGeoPoint(TvxPointDouble(screenPoint.x(), screenPoint.y()));
+
+  if (GetMode) {
+    // The pin of FormShow stays the first item, whatever the feed adds.
+    const TvxMapItems& items = KestrelLiveMarkers->MapItems();
+    if (items.Count() > 0)
+      if (auto* pin = dynamic_cast<TvxMapSinglePointItem*>(items.Items(0)))
+        pin->SetLocation(geoPoint);
+    edtLatitude->setText(NumberText::FormatFloat6(geoPoint.Latitude));
+    edtLongitude->setText(NumberText::FormatFloat6(geoPoint.Longitude));
+    return;
+  }
+  if (PlacingStaticMarker) {
+    SetScreenCursor(Qt::ArrowCursor);
+    PlacingStaticMarker = false;
+    ShowMarkerDialogForNewMarker(FreeStaticMarkerTitle(), geoPoint.Latitude, geoPoint.Longitude);
+    return;
+  }
+  if (MarkerDialogShowing())
+    MoveMarkerUnderEdit(geoPoint.Latitude, geoPoint.Longitude);
 }
 
-void TfrmMain::SelectLiveMarker(const QString& id)
+QString TfrmMain::FreeStaticMarkerTitle() const
 {
-  FLiveMarkerSelected = true;
-  FSelectedLiveMarkerId = id;
-  Map->SetSelectedId(id);
+  std::set<QString> titles;
+  const TvxMapItems& items = KestrelStaticMarkers->MapItems();
+  for (int i = 0; i < items.Count(); ++i)
+    titles.insert(TLiveMarkers::Text(items.Items(i), QStringLiteral("TITLE")));
+  for (int n = 1;; ++n) {
+    const QString title = QStringLiteral("Marker%1").arg(n);
+    if (!titles.count(title))
+      return title;
+  }
 }
 
-// The accuracy circle round the selected person arrives with the marker layer.
-void TfrmMain::ShowRadiusMarker() {}
+void TfrmMain::MapDblClick()
+{
+  if (!RuntimeMode && !ConfigMode)
+    return;
+  const QPoint down = Map->MouseDownPos();
+  const QRect region(QPoint(down.x() - 5, down.y() - 5), QPoint(down.x() + 5, down.y() + 5));
+  TvxMapItemList liveItems;
+  TvxMapItemList staticItems;
+  KestrelLiveMarkers->GetItemsInRegion(region, liveItems);
+  KestrelStaticMarkers->GetItemsInRegion(region, staticItems);
 
-// Status images arrive with the marker layer and its image list.
-void TfrmMain::UpdateStatusImage(const QString&, bool) {}
+  // Only the selected person's marker opens a panel.
+  TvxMapPushpin* selected = SelectedLiveMarker();
+  for (IvxMapItem* item : std::as_const(liveItems)) {
+    auto* pin = dynamic_cast<TvxMapPushpin*>(item);
+    if (!pin || pin != selected)
+      continue;
+    const auto text = [pin](const char* key) { return TLiveMarkers::Text(pin, QLatin1String(key)); };
+    lblInfoID->setText(text("ID"));
+    lblInfoName->setText(text("NAME"));
+    lblInfoStatus->setText(text("STATUS"));
+    lblInfoLocation->setText(text("LOCATION"));
+    lblInfoLatitude->setText(text("LAT"));
+    lblInfoLongitude->setText(text("LON"));
+    lblInfoFixStatus->setText(text("FIXSTATUS"));
+    // No lower limit on the left: the panel may run past the map's edge.
+    pnlMarkerInfo->move(down.x() - 10, std::max(0, down.y() - 90));
+    pnlMarkerInfo->show();
+    pnlMarkerInfo->raise();
+    return;
+  }
+  for (IvxMapItem* item : std::as_const(staticItems)) {
+    auto* pin = dynamic_cast<TvxMapPushpin*>(item);
+    if (!pin)
+      continue;
+    const auto text = [pin](const char* key) { return TLiveMarkers::Text(pin, QLatin1String(key)); };
+    lblStaticInfoTitle->setText(text("TITLE"));
+    lblStaticInfoLatitude->setText(text("LATITUDE"));
+    lblStaticInfoLongitude->setText(text("LONGITUDE"));
+    memStaticInfoNotes->setPlainText(text("NOTES"));
+    pnlStaticMarkerInfo->move(std::max(0, down.x() - 80), std::max(0, down.y() - 120));
+    pnlStaticMarkerInfo->show();
+    pnlStaticMarkerInfo->raise();
+    return;
+  }
+}
 
-// Drawing the selected marker on top arrives with the marker layer.
-void TfrmMain::RaiseSelectedLiveMarker() {}
+void TfrmMain::MapSelectionChanging(IvxMapItem* AItem, bool&)
+{
+  if ((!RuntimeMode && !ConfigMode) || !AllowChangingEvent)
+    return;
+  AllowChangingEvent = false;
+  struct TAllowAgain
+  {
+    bool& Flag;
+    ~TAllowAgain() { Flag = true; }
+  } allowAgain{AllowChangingEvent};
 
-// Ageing arrives with the marker layer; the stand-in keeps every report.
-void TfrmMain::AgeLiveMarkers() {}
+  auto* pin = dynamic_cast<TvxMapPushpin*>(AItem);
+  if (!pin)
+    return; // layer items pass without effect
+  if (pin->Layer() == KestrelLiveMarkers) {
+    const auto text = [pin](const char* key) { return TLiveMarkers::Text(pin, QLatin1String(key)); };
+    lblID->setText(text("ID"));
+    lblName->setText(text("NAME"));
+    lblLocation->setText(text("LOCATION"));
+    if (Visible(btnLocators))
+      ApplyLocatorRule(lblLocation->text());
+    FLiveMarkers->CurrentUserID = text("ID");
+    FLiveMarkers->SelectedLiveMarker = pin;
+    pin->SetIndex(KestrelLiveMarkers->MapItems().Count() - 1);
+    StatusBarPanel1->setText(QStringLiteral("Fix Status: ") + text("FIXSTATUS"));
+    FLiveMarkers->UpdateAllStatusImages();
+  } else if (pin->Layer() == KestrelStaticMarkers) {
+    const TvxMapItems& items = KestrelStaticMarkers->MapItems();
+    for (int i = 0; i < items.Count(); ++i)
+      if (auto* other = dynamic_cast<TvxMapPushpin*>(items.Items(i)))
+        UpdateStaticMarkerStatusImage(other, other == pin);
+    const QString title = TLiveMarkers::Text(pin, QStringLiteral("TITLE"));
+    for (int row = 0; row < lbStaticMarkers->count(); ++row) {
+      if (lbStaticMarkers->item(row)->text() == title) {
+        lbStaticMarkers->setCurrentRow(row);
+        break;
+      }
+    }
+  }
+}
 
-// Alarm flashing arrives with the status images.
-void TfrmMain::FlashLiveMarkers() {}
+void TfrmMain::MapZoomLevelChanged()
+{
+  EnableDisableCacheBtn();
+}
 
-// The pushpin of a Get or Put run arrives with the marker layer; the
-// stand-in shows the point as its centre.
-void TfrmMain::PlaceGetPutMarker() {}
+// ---------------------------------------------------------------------------
+// Base maps
 
-// The base map menu and the offline rule arrive with the tile layers.
-void TfrmMain::BuildBaseMapMenu() {}
-void TfrmMain::SetCachedBaseMapsOnly() {}
+void TfrmMain::BuildBaseMapMenu()
+{
+  FBaseMaps->SetUpLayers(*FServers);
+  const TBaseMapFlags flags{MapsWorldImagery, MapsWorldStreet, MapsWorldTopo,    MapsNatGeo,   MapsUSATopo,
+                            MapsOpenStreet,   MapsAzureImagery, MapsAzureHybrid, MapsAzureRoad};
+  BaseMapIdx = FBaseMaps->BuildMenu(BaseMapIdx, flags, AzureMapsKey, Globals::CacheDir, [this](QAction* entry) {
+    RunHandler([this, entry] { BaseMapClick(entry); });
+  });
+}
 
-// The layer catalogue, the static markers and the custom images arrive with
-// their stores; until then their files are neither read nor rewritten.
+void TfrmMain::SetCachedBaseMapsOnly()
+{
+  const TBaseMapFlags flags{MapsWorldImagery, MapsWorldStreet, MapsWorldTopo,    MapsNatGeo,   MapsUSATopo,
+                            MapsOpenStreet,   MapsAzureImagery, MapsAzureHybrid, MapsAzureRoad};
+  FBaseMaps->SetCachedBaseMapsOnly(flags, Globals::CacheDir);
+}
+
+void TfrmMain::BaseMapClick(QAction* Sender)
+{
+  SetScreenCursor(Qt::WaitCursor);
+  const bool timerWasOn = PingTimer->isActive();
+  PingTimer->stop();
+  const bool wasPaused = TCPListenerPaused();
+  SetTCPListenerPaused(true);
+  // The timer, the pause and the cursor come back whatever happens.
+  struct TRestore
+  {
+    TfrmMain* Form;
+    bool TimerWasOn;
+    bool WasPaused;
+    ~TRestore()
+    {
+      if (TimerWasOn)
+        Form->PingTimer->start();
+      Form->SetTCPListenerPaused(WasPaused);
+      Form->SetScreenCursor(Qt::ArrowCursor);
+    }
+  } restore{this, timerWasOn, wasPaused};
+
+  FBaseMaps->Click(Sender, AzureMapsKey,
+                   [] { return AzureMapsKeyDialog ? AskAzureMapsKey(*AzureMapsKeyDialog) : QString(); });
+  EnableDisableCacheBtn();
+}
+
+void TfrmMain::btnBasemapsClick()
+{
+  SetScreenCursor(Qt::ArrowCursor);
+  PlacingStaticMarker = false;
+  if (FBaseMaps->FirstVisibleEntry())
+    popupBasemaps->popup(QCursor::pos());
+  else
+    Dialogs::Get().ShowMessage(QStringLiteral("No Offline Maps Are Available!"));
+}
+
+void TfrmMain::EnableDisableCacheBtn()
+{
+  // Top into X, left into Y, and the form's size rather than the map's:
+  // crossed on purpose, the cache builder measures the same way.
+  const TvxPointDouble first(Map->y() + 1, Map->x() + 1);
+  const TvxPointDouble second(Map->y() + height() - 1, Map->x() + width() - 1);
+  const TvxMapControlGeoPoint a = ArcGISMapLayer->ScreenPointToGeoPoint(first);
+  const TvxMapControlGeoPoint b = ArcGISMapLayer->ScreenPointToGeoPoint(second);
+  const bool allowCache = std::abs(a.Latitude - b.Latitude) <= 0.25;
+  btnCache->setVisible(ConfigMode && Visible(imgInternet) && ArcGISMapLayer->Visible() && allowCache);
+  QPalette palette = pnlMap->palette();
+  if (Visible(btnCache)) {
+    pnlMap->layout()->setContentsMargins(4, 4, 4, 4);
+    palette.setColor(QPalette::Window, QColor(0x00, 0xFF, 0x00));
+  } else {
+    pnlMap->layout()->setContentsMargins(0, 0, 0, 0);
+    palette.setColor(QPalette::Window, QApplication::palette().color(QPalette::Button));
+  }
+  pnlMap->setAutoFillBackground(true);
+  pnlMap->setPalette(palette);
+}
+
+// ---------------------------------------------------------------------------
+// Open calls into the stores and dialogs that later work provides.
+
+void TfrmMain::PlaceGetPutMarker()
+{
+  // The image of the marker dialog's Misc list comes with that dialog;
+  // until then the pin shows the map's own pushpin.
+  FLiveMarkers->AddPlainPushpin(GetPutModeLat, GetPutModeLon);
+}
+
+void TfrmMain::UpdateStaticMarkerStatusImage(TvxMapPushpin*, bool)
+{
+  // Open: the category images belong to the marker dialog.
+}
+
+bool TfrmMain::MarkerDialogShowing() const
+{
+  return frmMarkers && frmMarkers->isVisible();
+}
+
+bool TfrmMain::MarkerDialogOnMiscPage() const
+{
+  // Open: the dialog's pages come with it.
+  return false;
+}
+
+void TfrmMain::ShowMarkerDialogForNewMarker(const QString&, double, double)
+{
+  // Open: the dialog takes the title and the point and shows, not modally.
+}
+
+void TfrmMain::MoveMarkerUnderEdit(double, double)
+{
+  // Open: the dialog's edit boxes and its marker under edit.
+}
+
 void TfrmMain::LoadLayersFromXML() {}
 void TfrmMain::SaveLayersToXml() {}
 void TfrmMain::LoadCustomMarkerInfoFromXML() {}

@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 
+class QAction;
 class QCheckBox;
 class QFrame;
 class QLabel;
@@ -23,8 +24,17 @@ class QStatusBar;
 class QTcpSocket;
 class QToolButton;
 class TFeedLink;
+class TBaseMaps;
 class TIniFile;
-class TMapStandIn;
+class TLiveMarkers;
+class TvxCustomMapControl;
+class TvxMapControl;
+class TvxMapImageTileLayer;
+class TvxMapItem;
+class TvxMapItemLayer;
+class TvxMapPushpin;
+class IvxMapItem;
+struct TServerSettings;
 
 // The main window: the map in the middle, commands on the left, the
 // selected person on top, a two-panel status bar below. It is the hub of
@@ -67,6 +77,41 @@ public:
   void btnLocatorsClick();
   void btnTestMarkersClick();
   void SpeedButton1Click();
+  void cbAutoCenterClick();
+  void sbtnAddClick();
+  void sbtnAddMouseLeave();
+
+  // The map's events.
+  void MapMouseDown(Qt::MouseButton Button, Qt::KeyboardModifiers Shift, int X, int Y);
+  void MapMouseMove(Qt::KeyboardModifiers Shift, int X, int Y);
+  void MapMouseUp(Qt::MouseButton Button, Qt::KeyboardModifiers Shift, int X, int Y);
+  void MapDblClick();
+  void MapMouseEnter();
+  void MapMouseLeave();
+  void MapSelectionChanging(IvxMapItem* AItem, bool& AAllow);
+  void MapZoomLevelChanged();
+
+  // Base maps.
+  void BaseMapClick(QAction* Sender);
+  void btnBasemapsClick();
+  void SetCachedBaseMapsOnly();
+  void EnableDisableCacheBtn();
+
+  // Status images of static markers come with their store; a marked open call.
+  void UpdateStaticMarkerStatusImage(TvxMapPushpin* Marker, bool CurrentMarkerFlag);
+
+  // The cursor of the whole application, as the design uses it: default,
+  // cross while placing a marker, no-drop outside the map, hourglass.
+  Qt::CursorShape ScreenCursor() const { return FScreenCursor; }
+  void SetScreenCursor(Qt::CursorShape shape);
+
+  // The live marker store and the selected person.
+  TLiveMarkers& LiveMarkers() { return *FLiveMarkers; }
+  const QString& CurrentUserID() const;
+  TvxMapPushpin* SelectedLiveMarker() const;
+  TBaseMaps& BaseMaps() { return *FBaseMaps; }
+  // The site's own servers, read from the settings file.
+  const TServerSettings& Servers() const { return *FServers; }
 
   // The full fixture that the test button feeds in.
   static QString TestMarkersFixture();
@@ -107,8 +152,6 @@ public:
   int BaseMapIdx = 0; // the local index of the base map
   bool CentredOnScreen = false;
 
-  QString CurrentUserID;
-  bool NeedUpdatedImage = false;
   bool OkDoMouseUp = false;
   bool PlacingStaticMarker = false;
   bool EditingStaticMarker = false;
@@ -149,7 +192,13 @@ public:
   QLabel* StatusBarPanel0 = nullptr;
   QLabel* StatusBarPanel1 = nullptr;
   QFrame* pnlMap = nullptr;
-  TMapStandIn* Map = nullptr;
+  TvxMapControl* Map = nullptr;
+  TvxMapImageTileLayer* OpenStreetMapLayer = nullptr;
+  TvxMapImageTileLayer* ArcGISMapLayer = nullptr;
+  TvxMapImageTileLayer* AzureMapsLayer1 = nullptr;
+  TvxMapImageTileLayer* AzureMapsLayer2 = nullptr;
+  TvxMapItemLayer* KestrelStaticMarkers = nullptr;
+  TvxMapItemLayer* KestrelLiveMarkers = nullptr;
   QFrame* pnlGet = nullptr;
   QLabel* qxLabel2 = nullptr;
   QLineEdit* edtLatitude = nullptr;
@@ -178,7 +227,6 @@ public:
   QTcpSocket* tcpClient = nullptr; // never connected: only SHUTDOWN's connected test reads it
   QTimer* PingTimer = nullptr;
   QObject* ApplicationEvents1 = nullptr;
-  QObject* LiveImageLIst = nullptr;
 
 Q_SIGNALS:
   // The window has closed; the application ends.
@@ -193,6 +241,9 @@ protected:
 
 private:
   void BuildControls();
+  // Runs an event handler; what escapes it is shown in the general failure box.
+  void RunHandler(const std::function<void()>& handler);
+  void ReadServers();
   void CreatePaths(const QString& configArgument);
   void ReadSettings();
   void WriteSettings();
@@ -202,43 +253,40 @@ private:
   void RunSystemCommand(const QString& command);
   void PassThroughTopmost(bool restoreFirst);
   void BringApplicationToFront();
-  void ApplyReport(const TLiveMarkerReport& report);
+  void CurrentUserReport(const TLiveMarkerReport& report);
   void ApplicationEvents1Message(QEvent* event);
   void SendNow(int waitMs);
   void PlaceAttribution();
   QString WindowStateText() const;
 
-  // Calls into the map engine and the stores that later work provides.
-  void MapSetCenter(double latitude, double longitude);
-  void MapSetZoom(double zoom);
-  double MapCenterLatitude() const;
-  double MapCenterLongitude() const;
-  double MapZoom() const;
-  void MapBeginUpdate();
-  void MapEndUpdate();
-  bool StoreLiveMarkerReport(const TLiveMarkerReport& report, bool& init);
-  void SelectLiveMarker(const QString& id);
-  void ShowRadiusMarker();
-  void UpdateStatusImage(const QString& id, bool currentUserFlag);
-  void RaiseSelectedLiveMarker();
-  void AgeLiveMarkers();
-  void FlashLiveMarkers();
   void PlaceGetPutMarker();
   void BuildBaseMapMenu();
-  void SetCachedBaseMapsOnly();
+  void ApplyLocatorRule(const QString& location);
+  TvxMapImageTileLayer* ConversionLayer() const;
+
+  // The static marker and layer catalogue stores come with their own work;
+  // until then their files are neither read nor rewritten.
   void LoadLayersFromXML();
   void SaveLayersToXml();
   void LoadCustomMarkerInfoFromXML();
   void SaveCustomMarkerInfoToXml();
   void LoadStaticMarkersFromXML();
   void SaveStaticMarkersToXml();
-  int CheckedBaseMapIndex() const;
+  // The marker dialog comes with the static markers: placing a marker hands
+  // it the free title and the point, a click moves the marker under edit.
+  bool MarkerDialogShowing() const;
+  bool MarkerDialogOnMiscPage() const;
+  void ShowMarkerDialogForNewMarker(const QString& title, double latitude, double longitude);
+  void MoveMarkerUnderEdit(double latitude, double longitude);
+  QString FreeStaticMarkerTitle() const;
 
   QStringList FArguments;
   std::unique_ptr<TFeedLink> FFeedLink;
   std::unique_ptr<TCustomImageInfoList> FCustomImageInfoList;
-  bool FLiveMarkerSelected = false;
-  QString FSelectedLiveMarkerId; // ID of the selected live marker (an empty ID is a valid key)
+  std::unique_ptr<TLiveMarkers> FLiveMarkers;
+  std::unique_ptr<TBaseMaps> FBaseMaps;
+  std::unique_ptr<TServerSettings> FServers;
+  Qt::CursorShape FScreenCursor = Qt::ArrowCursor;
   bool FProbePending = false;
   QString FLastStateText; // the window state last told to the parent
   bool FTerminateRequested = false;

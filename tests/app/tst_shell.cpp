@@ -7,7 +7,11 @@
 #include "GlobalsU.h"
 #include "InternetProbeU.h"
 #include "MainU.h"
-#include "MapStandInU.h"
+#include "LiveMarkersU.h"
+#include "vxMapControl.h"
+#include "vxMapItemLayer.h"
+#include "vxMapPointItems.h"
+#include "ShellFixtures.h"
 #include "TestRegistry.h"
 
 #include <QCheckBox>
@@ -32,53 +36,6 @@
 
 namespace
 {
-// A parent on loopback that takes one connection and keeps what it receives.
-class TLoopbackParent
-{
-public:
-  TLoopbackParent() { QVERIFY(FServer.listen(QHostAddress::LocalHost)); }
-
-  int Port() const { return FServer.serverPort(); }
-
-  bool WaitForPeer(int ms = 3000)
-  {
-    if (!FPeer && FServer.waitForNewConnection(ms))
-      FPeer.reset(FServer.nextPendingConnection());
-    return FPeer != nullptr;
-  }
-
-  void Send(const QByteArray& bytes)
-  {
-    FPeer->write(bytes);
-    FPeer->flush();
-  }
-
-  QByteArray Received() const { return FPeer ? FReceived + FPeer->readAll() : FReceived; }
-
-  // Pumps events until the peer has sent `bytes` in all.
-  bool WaitForBytes(qsizetype count, int ms = 3000)
-  {
-    return QTest::qWaitFor([&] {
-      if (FPeer)
-        FReceived += FPeer->readAll();
-      return FReceived.size() >= count;
-    }, ms);
-  }
-
-  QByteArray FReceived;
-  QTcpServer FServer;
-  std::unique_ptr<QTcpSocket> FPeer;
-};
-
-QString WriteIni(const QTemporaryDir& dir, const QString& text)
-{
-  QDir(dir.path()).mkpath(QStringLiteral("Maps"));
-  QFile file(dir.filePath(QStringLiteral("Maps/Mapwright.ini")));
-  if (file.open(QIODevice::WriteOnly))
-    file.write(text.toUtf8());
-  return dir.path();
-}
-
 // An HTTP server on its own thread, since the probe blocks the main one.
 class THttpStub
 {
@@ -277,21 +234,28 @@ private Q_SLOTS:
     auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Test")});
     form->btnTestMarkersClick();
     QVERIFY(FDialogs->Messages.isEmpty());
-    QCOMPARE(form->Map->PersonCount(), 3);
-    const TLiveMarkerReport* alex = form->Map->FindPerson(QStringLiteral("20-01"));
+    QCOMPARE(PersonCount(*form), 3);
+    TvxMapPushpin* alex = form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("20-01"));
     QVERIFY(alex);
-    QCOMPARE(alex->Name, QStringLiteral("ALEX"));
-    QCOMPARE(alex->Location, QStringLiteral("[0001] Dispatch Office"));
-    QCOMPARE(alex->Status, QStringLiteral("ON"));
-    QCOMPARE(alex->Lat, 41.313296);
-    QCOMPARE(alex->Lon, -80.339481);
-    QCOMPARE(alex->FixStatus, QStringLiteral("GOOD"));
-    QCOMPARE(alex->Radius, 10);
-    QVERIFY(alex->Init);
-    const TLiveMarkerReport* dana = form->Map->FindPerson(QStringLiteral("20-03"));
-    QVERIFY(dana && !dana->Init && dana->Radius == 50 && dana->Lon == -80.3396);
+    QCOMPARE(alex->Attributes().Count(), 10);
+    QCOMPARE(Attr(alex, "NAME"), QStringLiteral("ALEX"));
+    QCOMPARE(alex->Hint(), QStringLiteral("ALEX"));
+    QCOMPARE(Attr(alex, "LOCATION"), QStringLiteral("[0001] Dispatch Office"));
+    QCOMPARE(Attr(alex, "STATUS"), QStringLiteral("ON"));
+    QCOMPARE(Attr(alex, "LAT"), QStringLiteral("41.313296"));
+    QCOMPARE(Attr(alex, "LON"), QStringLiteral("-80.339481"));
+    QCOMPARE(Attr(alex, "FIXSTATUS"), QStringLiteral("GOOD"));
+    QCOMPARE(alex->Attributes().Value(QStringLiteral("FIXRADIUS")).toInt(), 10);
+    QVERIFY(alex->Attributes().Value(QStringLiteral("INIT")).toBool());
+    // The drawn pin sits a little north-east of the reported point.
+    QCOMPARE(alex->Location().Latitude(), 41.313296 + 0.000015);
+    QCOMPARE(alex->Location().Longitude(), -80.339481 + 0.000008);
+    TvxMapPushpin* dana = form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("20-03"));
+    QVERIFY(dana && !dana->Attributes().Value(QStringLiteral("INIT")).toBool());
+    QCOMPARE(Attr(dana, "FIXRADIUS"), QStringLiteral("50"));
+    QCOMPARE(Attr(dana, "LON"), QStringLiteral("-80.3396"));
 
-    QCOMPARE(form->CurrentUserID, QStringLiteral("20-01"));
+    QCOMPARE(form->CurrentUserID(), QStringLiteral("20-01"));
     QCOMPARE(form->lblID->text(), QStringLiteral("20-01"));
     QCOMPARE(form->lblName->text(), QStringLiteral("ALEX"));
     QCOMPARE(form->lblLocation->text(), QStringLiteral("[0001] Dispatch Office"));
@@ -305,8 +269,8 @@ private Q_SLOTS:
     QVERIFY(FDialogs->Messages.isEmpty());
     QVERIFY(!form->btnLocators->isEnabled());
     QCOMPARE(form->StatusBarPanel1->text(), QStringLiteral("Fix Status: No Fix"));
-    QCOMPARE(form->Map->FindPerson(QStringLiteral("20-01"))->Radius, 16);
-    QCOMPARE(form->Map->PersonCount(), 3);
+    QCOMPARE(Attr(form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("20-01")), "FIXRADIUS"), QStringLiteral("0"));
+    QCOMPARE(PersonCount(*form), 3);
   }
 
   // The first report of a run selects itself; "true" in small letters is false.
@@ -321,9 +285,9 @@ private Q_SLOTS:
       "<M ID=\"A\" NAME=\"again\" LAT=\"1\" LON=\"2\" FIXRADIUS=\"3\"/>"
       "</LiveMarkers></KestrelMapData>");
     form->TCPDataReceived(frame);
-    QCOMPARE(form->CurrentUserID, QStringLiteral("A"));
-    QCOMPARE(form->Map->PersonCount(), 2);
-    QCOMPARE(form->Map->FindPerson(QStringLiteral("A"))->Name, QStringLiteral("again"));
+    QCOMPARE(form->CurrentUserID(), QStringLiteral("A"));
+    QCOMPARE(PersonCount(*form), 2);
+    QCOMPARE(Attr(form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("A")), "NAME"), QStringLiteral("again"));
     QCOMPARE(form->lblName->text(), QStringLiteral("again"));
   }
 
@@ -359,8 +323,8 @@ private Q_SLOTS:
     auto form = MakeForm({WriteIni(dir, QString()), QStringLiteral("Config")});
     FDialogs->Messages.clear();
     form->TCPDataReceived(frame);
-    QCOMPARE(form->Map->PersonCount(), applied);
-    QCOMPARE(form->Map->UpdateCount(), 0); // the update bracket closed
+    QCOMPARE(PersonCount(*form), applied);
+    QCOMPARE(form->Map->IsLocked(), false); // the update bracket closed
     if (QTest::currentDataTag() == QLatin1String("not xml")) {
       QCOMPARE(FDialogs->Messages.size(), 1);
       QVERIFY(!FDialogs->Messages.first().isEmpty());
@@ -383,7 +347,7 @@ private Q_SLOTS:
     bomb += QStringLiteral("]><KestrelMapData><LiveMarkers><M ID=\"&j;\" LAT=\"1\" LON=\"1\" FIXRADIUS=\"1\"/>"
                            "</LiveMarkers></KestrelMapData>");
     form->TCPDataReceived(bomb);
-    QCOMPARE(form->Map->PersonCount(), 0);
+    QCOMPARE(PersonCount(*form), 0);
     QCOMPARE(FDialogs->Messages.size(), 1); // the parser refuses the expansion
 
     const QString fixture = TfrmMain::TestMarkersFixture();
@@ -403,7 +367,7 @@ private Q_SLOTS:
           frame = QStringLiteral("<");
       }
       form->TCPDataReceived(frame);
-      QCOMPARE(form->Map->UpdateCount(), 0);
+      QCOMPARE(form->Map->IsLocked(), false);
     }
   }
 
@@ -416,7 +380,7 @@ private Q_SLOTS:
     form->TCPDataReceived(QStringLiteral("<KestrelMapData><LiveMarkers><M ID=\"1\" LAT=\"41,5\" LON=\"-80,25\" "
                                          "FIXRADIUS=\"3\"/><M ID=\"2\" LAT=\"41.5\" LON=\"1\" FIXRADIUS=\"3\"/>"
                                          "</LiveMarkers></KestrelMapData>"));
-    QCOMPARE(form->Map->FindPerson(QStringLiteral("1"))->Lon, -80.25);
+    QCOMPARE(Attr(form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("1")), "LON"), QStringLiteral("-80,25"));
     QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("'41.5' is not a valid floating point value")}));
   }
 
@@ -427,7 +391,7 @@ private Q_SLOTS:
     form->show();
     form->TCPDataReceived(MinimizeFrame);
     QVERIFY(form->isMinimized());
-    QCOMPARE(form->Map->PersonCount(), 0);
+    QCOMPARE(PersonCount(*form), 0);
     form->TCPDataReceived(QStringLiteral("<KestrelMapData><System><X COMMAND=\"MAXIMIZE\"/></System></KestrelMapData>"));
     QVERIFY(form->isMaximized());
     form->TCPDataReceived(QStringLiteral("<KestrelMapData><System><X COMMAND=\"RESTORE\"/><X COMMAND=\"shutdown\"/>"
@@ -441,7 +405,7 @@ private Q_SLOTS:
                                          "</LiveMarkers></KestrelMapData>"));
     QCOMPARE(closed.size(), 1);
     QVERIFY(!form->isVisible());
-    QCOMPARE(form->Map->PersonCount(), 1); // the frame goes on to its end
+    QCOMPARE(PersonCount(*form), 1); // the frame goes on to its end
     QVERIFY(!form->PingTimer->isActive());
   }
 
@@ -499,8 +463,8 @@ private Q_SLOTS:
       FDialogs->Messages.clear();
       auto form = MakeForm({QStringLiteral("/nonexistent/place"), QStringLiteral("Test")});
       QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("Unable to find startup information!")}));
-      QCOMPARE(form->Map->CenterLatitude(), 42.313337);
-      QCOMPARE(form->Map->CenterLongitude(), -81.338731);
+      QCOMPARE(form->Map->CenterPoint().Latitude(), 42.313337);
+      QCOMPARE(form->Map->CenterPoint().Longitude(), -81.338731);
       QCOMPARE(form->Map->ZoomLevel(), 3.0);
       QVERIFY(form->TestMode);
       QVERIFY(Globals::ConfigDir.isEmpty());
@@ -561,7 +525,7 @@ private Q_SLOTS:
                              "AutoCenter=1", "ManageLayers=1", "ManageMarkers=0", "SkinName=SevenClassic"})
       QVERIFY2(ini.contains(line), line);
     QVERIFY(!ini.contains("TCPPort"));
-    QVERIFY(!ini.contains("BaseMapIdx")); // no base map is checked yet
+    QVERIFY(ini.contains("BaseMapIdx=0")); // the checked base map
 
     WriteIni(dir, QStringLiteral("[Startup]\nStartTop=-1\nStartLeft=40\nStartHeight=400\nStartWidth=600\n"));
     auto form = MakeForm({dir.path(), QStringLiteral("Config")});
