@@ -1,10 +1,12 @@
 #include "GoldenImage.h"
 #include "Render.h"
+#include "StatusImagesU.h"
 #include "vxMapControlKmlFileLoader.h"
 #include "vxMapControlShapeFileLoader.h"
 #include "vxTestTileServer.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
 #include <QTest>
@@ -83,6 +85,58 @@ private Q_SLOTS:
   }
 
   // Every mistake exits 2 with a message that names it.
+  // Frames go through the live marker store: the selected person's image
+  // and circle are drawn; a frame that is no XML is reported by its line
+  // and the others still count.
+  void FramesShowLiveMarkers()
+  {
+    const QString LFrames = Out(QStringLiteral("frames.txt"));
+    QFile LFile(LFrames);
+    QVERIFY(LFile.open(QIODevice::WriteOnly));
+    LFile.write("<KestrelMapData><LiveMarkers><M ID=\"1\" STATUS=\"ON\" LAT=\"47.37\" LON=\"8.54\" FIXRADIUS=\"30\" "
+                "INIT=\"TRUE\"/></LiveMarkers></KestrelMapData>\n"
+                "\n<broken\n"
+                "<KestrelMapData><LiveMarkers><M ID=\"2\" STATUS=\"PANIC\" LAT=\"47.3705\" LON=\"8.5412\" "
+                "FIXRADIUS=\"9\"/></LiveMarkers></KestrelMapData>\n");
+    LFile.close();
+    QByteArray LErrors;
+    const QStringList LArgs = {QStringLiteral("--size"),   QStringLiteral("400x300"),     QStringLiteral("--center"),
+                               QStringLiteral("47.3702,8.5406"), QStringLiteral("--zoom"), QStringLiteral("18"),
+                               QStringLiteral("--out"),    Out(QStringLiteral("live.png")), QStringLiteral("--no-navigation"),
+                               QStringLiteral("--frames"), LFrames};
+    QCOMPARE(vxRenderRun(LArgs, LErrors), 0);
+    QVERIFY2(LErrors.startsWith("mapwright-render: frames line 3: "), LErrors.constData());
+    QCOMPARE(LErrors.count('\n'), 1);
+    const QImage LImage = QImage(Out(QStringLiteral("live.png"))).convertToFormat(QImage::Format_RGB32);
+
+    // Counts the pixels of a marker image's main colour: each marker
+    // paints a solid patch of it.
+    const auto LCount = [&LImage](QRgb AColour) {
+      int LN = 0;
+      for (int Y = 0; Y < LImage.height(); ++Y)
+        for (int X = 0; X < LImage.width(); ++X)
+          LN += (LImage.pixel(X, Y) & 0xFFFFFF) == (AColour & 0xFFFFFF);
+      return LN;
+    };
+    QVERIFY(LCount(TLiveImageList::MainColour(0).rgb()) > 100); // the selected person, online
+    QVERIFY(LCount(TLiveImageList::MainColour(10).rgb()) > 20); // the other one, in alarm
+    // Round the selected pin, the red band of a 30 radius over the map's grey.
+    int LReddish = 0;
+    for (int Y = 0; Y < LImage.height(); ++Y)
+      for (int X = 0; X < LImage.width(); ++X)
+      {
+        const QColor C = LImage.pixelColor(X, Y);
+        LReddish += C.red() > C.green() + 40 && C.red() > C.blue() + 40 && C.red() < 250;
+      }
+    QVERIFY2(LReddish > 500, qPrintable(QString::number(LReddish)));
+
+    QCOMPARE(vxRenderRun({QStringLiteral("--size"), QStringLiteral("10x10"), QStringLiteral("--center"),
+                          QStringLiteral("0,0"), QStringLiteral("--zoom"), QStringLiteral("3"), QStringLiteral("--out"),
+                          Out(QStringLiteral("x.png")), QStringLiteral("--frames"), Out(QStringLiteral("none.txt"))},
+                         LErrors),
+             2);
+  }
+
   void BadArguments()
   {
     const QString LOut = Out(QStringLiteral("bad.png"));

@@ -1,5 +1,9 @@
 #include "Render.h"
 
+#include "ErrorsU.h"
+#include "FeedMessageU.h"
+#include "LiveMarkersU.h"
+#include "vxMapItemLayer.h"
 #include "vxMapControl.h"
 #include "vxMapControlMultiScaleTile.h"
 #include "vxMapControlOpenStreetMapImageryDataProvider.h"
@@ -8,6 +12,7 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QFileInfo>
 #include <QImage>
 #include <QRegularExpression>
@@ -39,6 +44,7 @@ struct TRenderArguments
   QString TileCache;
   QString TilePrefix;
   QList<TLayerArgument> Layers;
+  QString Frames;
   bool Navigation = true;
   double Wait = 10;
 };
@@ -129,7 +135,7 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
                                            QStringLiteral("--zoom"),      QStringLiteral("--out"),
                                            QStringLiteral("--tiles"),     QStringLiteral("--tile-cache"),
                                            QStringLiteral("--tile-prefix"), QStringLiteral("--layer"),
-                                           QStringLiteral("--wait")};
+                                           QStringLiteral("--wait"),      QStringLiteral("--frames")};
     if (!LWithValue.contains(LName))
     {
       AError = QStringLiteral("unknown argument \"%1\"").arg(LName);
@@ -188,6 +194,8 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
         return false;
       AResult.Layers.append(LLayer);
     }
+    else if (LName == QLatin1String("--frames"))
+      AResult.Frames = LValue;
     else if (LName == QLatin1String("--wait"))
     {
       AResult.Wait = LValue.toDouble(&LOk);
@@ -204,8 +212,38 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
     AError = QStringLiteral("usage: mapwright-render --size WxH --center LAT,LON --zoom Z --out FILE.png "
                             "[--tiles URL_TEMPLATE] [--tile-cache DIR] [--tile-prefix PREFIX] "
                             "[--layer FILE[:fill=#AARRGGBB][:border=#AARRGGBB][:width=N]]... "
-                            "[--no-navigation] [--wait SECONDS]");
+                            "[--frames FILE] [--no-navigation] [--wait SECONDS]");
     return false;
+  }
+  return true;
+}
+
+// Feeds the frames of a file, one document per line, through the live
+// marker store as the window does. A frame that fails is reported with its
+// line number and the rest go on, as in the window. False when the file
+// cannot be read.
+bool FeedFrames(TLiveMarkers& AStore, const QString& AFileName, QByteArray& AErrors)
+{
+  QFile LFile(AFileName);
+  if (!LFile.open(QIODevice::ReadOnly))
+    return false;
+  int LLine = 0;
+  while (!LFile.atEnd())
+  {
+    ++LLine;
+    const QString LText = QString::fromUtf8(LFile.readLine()).trimmed();
+    if (LText.isEmpty())
+      continue;
+    try
+    {
+      const TFeedMessage LMessage = ReadFeedMessage(LText);
+      if (LMessage.HasLiveMarkers)
+        AStore.ApplyReports(LMessage, {});
+    }
+    catch (const EMapwrightError& E)
+    {
+      AErrors += "mapwright-render: frames line " + QByteArray::number(LLine) + ": " + E.Message().toUtf8() + '\n';
+    }
   }
   return true;
 }
@@ -280,6 +318,20 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
   LControl.SetCenterPoint({LArgs.Latitude, LArgs.Longitude});
   LControl.SetZoomLevel(LArgs.Zoom);
   LControl.EndUpdate();
+
+  // Live markers above everything else, as in the window.
+  std::unique_ptr<TLiveMarkers> LLive;
+  if (!LArgs.Frames.isEmpty())
+  {
+    auto* LLayer = LControl.AddLayer<TvxMapItemLayer>();
+    LLayer->SetName(QStringLiteral("KestrelLiveMarkers"));
+    LLive = std::make_unique<TLiveMarkers>(&LControl, LLayer);
+    if (!FeedFrames(*LLive, LArgs.Frames, AErrors))
+    {
+      AErrors += "mapwright-render: cannot read frames \"" + LArgs.Frames.toUtf8() + "\"\n";
+      return 2;
+    }
+  }
 
   // Tiles arrive through the event loop; wait for every slot or the limit.
   QElapsedTimer LTimer;

@@ -1,0 +1,158 @@
+// The main window, shown offscreen at its design size, under 1,000 people:
+//  - a round: every person reports once, in frames of about 60 reports that
+//    stay within the link's 16,384 characters; each frame parsed, stored,
+//    imaged and painted, as it comes from the parent;
+//  - a flash tick over 1,000 people in alarm, with its paint;
+//  - the same round again, which changes nothing and composes no image.
+// Beside them, as the baseline, the same frames only parsed: the ratio is
+// what the store, the images and the painting add to reading the XML.
+//
+//   mapwright-bench-live [--rounds N]
+
+#include "BenchStats.h"
+#include "DialogsU.h"
+#include "FeedMessageU.h"
+#include "InternetProbeU.h"
+#include "LiveMarkersU.h"
+#include "MainU.h"
+#include "vxMapControl.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <functional>
+#include <vector>
+
+namespace
+{
+constexpr int People = 1000;
+constexpr int FrameLimit = 16384;
+
+// One round of frames; `status` for everybody, positions on a grid round
+// the view's centre so that all are on screen. Names and locations as long
+// as a real incident's make about 60 reports a frame.
+QStringList RoundFrames(const QString& status, int radius)
+{
+  QStringList frames;
+  QString frame;
+  const QString head = QStringLiteral("<KestrelMapData><LiveMarkers>");
+  const QString tail = QStringLiteral("</LiveMarkers></KestrelMapData>");
+  for (int i = 0; i < People; ++i) {
+    const QString report =
+      QStringLiteral("<Marker ID=\"%1\" NAME=\"Firefighter %1, Engine Company 12\" LOCATION=\"[%2] North Stairwell, "
+                     "Level %2\" STATUS=\"%3\" LAT=\"%4\" "
+                     "LON=\"%5\" FIXSTATUS=\"GOOD\" FIXRADIUS=\"%6\" INIT=\"%7\"></Marker>")
+        .arg(QStringLiteral("20-%1").arg(i, 4, 10, QLatin1Char('0')))
+        .arg(i % 40 + 1, 4, 10, QLatin1Char('0'))
+        .arg(status)
+        .arg(41.3133 + (i / 40 - 12) * 0.00012, 0, 'f', 6)
+        .arg(-80.3387 + (i % 40 - 20) * 0.00016, 0, 'f', 6)
+        .arg(radius)
+        .arg(i == 0 ? QStringLiteral("TRUE") : QStringLiteral("FALSE"));
+    if (head.size() + frame.size() + report.size() + tail.size() >= FrameLimit) {
+      frames << head + frame + tail;
+      frame.clear();
+    }
+    frame += report;
+  }
+  frames << head + frame + tail;
+  return frames;
+}
+
+double Time(const std::function<void()>& work)
+{
+  QElapsedTimer timer;
+  timer.start();
+  work();
+  return timer.nsecsElapsed() / 1e6;
+}
+}
+
+int main(int argc, char** argv)
+{
+  qputenv("QT_QPA_PLATFORM", "offscreen");
+  QApplication app(argc, argv);
+  QCommandLineParser parser;
+  parser.addOption({QStringLiteral("rounds"), QStringLiteral("Rounds of each measurement (default 7)."),
+                    QStringLiteral("N"), QStringLiteral("7")});
+  parser.addHelpOption();
+  parser.process(app);
+  const int rounds = std::max(1, parser.value(QStringLiteral("rounds")).toInt());
+
+  Dialogs::Set(std::make_unique<TStderrDialogs>());
+  InternetProbe::SetProbe([] { return false; });
+  QTemporaryDir dir;
+  QDir(dir.path()).mkpath(QStringLiteral("Maps"));
+  {
+    // No tiles: the base map layers point at a closed port, so the timing
+    // is the markers' alone.
+    QFile ini(dir.filePath(QStringLiteral("Maps/Mapwright.ini")));
+    ini.open(QIODevice::WriteOnly);
+    ini.write("[Startup]\nStartLat=41.3133\nStartLon=-80.3387\nStartZoom=17\n"
+              "[Servers]\nArcGISServer=http://127.0.0.1:9\nOpenStreetMapUrl=http://127.0.0.1:9/[z]/[x]/[y].png\n"
+              "AzureMapsServer=http://127.0.0.1:9\n");
+  }
+
+  const QStringList onRound = RoundFrames(QStringLiteral("ON"), 10);
+  const QStringList panicRound = RoundFrames(QStringLiteral("PANIC"), 10);
+  int longest = 0;
+  for (const QString& frame : onRound)
+    longest = std::max(longest, int(frame.size()));
+  std::printf("%d people in %lld frames of at most %d characters (limit %d); window 1109x684 offscreen; "
+              "medians of %d rounds\n",
+              People, static_cast<long long>(onRound.size()), longest, FrameLimit, rounds);
+
+  std::vector<double> parseOnly, firstRound, repeatRound, flashTick;
+  int composedInRepeat = 0;
+  for (int round = 0; round < rounds; ++round) {
+    parseOnly.push_back(Time([&] {
+      for (const QString& frame : onRound)
+        ReadFeedMessage(frame);
+    }));
+
+    TfrmMain form({dir.path(), QStringLiteral("Test")});
+    form.show();
+    QCoreApplication::processEvents();
+    const auto feed = [&](const QStringList& frames) {
+      for (const QString& frame : frames) {
+        form.TCPDataReceived(frame);
+        form.Map->repaint();
+      }
+    };
+    firstRound.push_back(Time([&] { feed(onRound); }));
+    const int before = form.LiveMarkers().ImageCompositions();
+    repeatRound.push_back(Time([&] { feed(onRound); }));
+    composedInRepeat += form.LiveMarkers().ImageCompositions() - before;
+
+    feed(panicRound);
+    bool phase = true;
+    std::vector<double> ticks;
+    for (int tick = 0; tick < 6; ++tick) {
+      ticks.push_back(Time([&] {
+        form.Map->BeginUpdate();
+        form.LiveMarkers().Flash(phase);
+        form.Map->EndUpdate();
+        form.Map->repaint();
+      }));
+      phase = !phase;
+    }
+    flashTick.push_back(Median(ticks));
+    form.close();
+  }
+
+  const double base = Median(parseOnly);
+  const auto line = [base](const char* name, double ms) {
+    std::printf("  %-44s %8.1f ms  %6.1fx parse\n", name, ms, base > 0 ? ms / base : 0.0);
+  };
+  std::printf("  %-44s %8.1f ms  (baseline)\n", "parse only, one round", base);
+  line("first round: parse, store, images, paint", Median(firstRound));
+  line("same round again: nothing changes", Median(repeatRound));
+  line("flash tick, 1,000 alarms, with paint", Median(flashTick));
+  std::printf("images composed in the repeated rounds: %d\n", composedInRepeat);
+  return composedInRepeat == 0 ? 0 : 1;
+}
