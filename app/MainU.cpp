@@ -976,21 +976,24 @@ void TfrmMain::MapZoomLevelChanged()
 // ---------------------------------------------------------------------------
 // Base maps
 
+// The nine flags of the form, by catalogue position.
+static TBaseMapFlags BaseMapFlags(const TfrmMain& form)
+{
+  return {form.MapsWorldImagery, form.MapsWorldStreet,  form.MapsWorldTopo,   form.MapsNatGeo,   form.MapsUSATopo,
+          form.MapsOpenStreet,   form.MapsAzureImagery, form.MapsAzureHybrid, form.MapsAzureRoad};
+}
+
 void TfrmMain::BuildBaseMapMenu()
 {
   FBaseMaps->SetUpLayers(*FServers);
-  const TBaseMapFlags flags{MapsWorldImagery, MapsWorldStreet, MapsWorldTopo,    MapsNatGeo,   MapsUSATopo,
-                            MapsOpenStreet,   MapsAzureImagery, MapsAzureHybrid, MapsAzureRoad};
-  BaseMapIdx = FBaseMaps->BuildMenu(BaseMapIdx, flags, AzureMapsKey, Globals::CacheDir, [this](QAction* entry) {
+  BaseMapIdx = FBaseMaps->BuildMenu(BaseMapIdx, BaseMapFlags(*this), AzureMapsKey, Globals::CacheDir, [this](QAction* entry) {
     RunHandler([this, entry] { BaseMapClick(entry); });
   });
 }
 
 void TfrmMain::SetCachedBaseMapsOnly()
 {
-  const TBaseMapFlags flags{MapsWorldImagery, MapsWorldStreet, MapsWorldTopo,    MapsNatGeo,   MapsUSATopo,
-                            MapsOpenStreet,   MapsAzureImagery, MapsAzureHybrid, MapsAzureRoad};
-  FBaseMaps->SetCachedBaseMapsOnly(flags, Globals::CacheDir);
+  FBaseMaps->SetCachedBaseMapsOnly(BaseMapFlags(*this), Globals::CacheDir);
 }
 
 void TfrmMain::BaseMapClick(QAction* Sender)

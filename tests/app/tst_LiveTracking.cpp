@@ -78,7 +78,11 @@ private Q_SLOTS:
     Dialogs::Set(std::move(dialogs));
   }
 
-  void cleanup() { Clock::Set(nullptr); }
+  void cleanup()
+  {
+    Clock::Set(nullptr);
+    InternetProbe::SetProbe([] { return false; });
+  }
 
   // Each status word gets its image, in the selected and the other set;
   // unknown words and small letters look offline.
@@ -378,6 +382,59 @@ private Q_SLOTS:
     QTest::mouseClick(form->Map, Qt::LeftButton, {}, QPoint(200, 200));
     QVERIFY(!form->PlacingStaticMarker);
     QCOMPARE(form->ScreenCursor(), Qt::ArrowCursor);
+  }
+
+  // The window's base map menu: flags hide entries; offline, only base
+  // maps with cached tiles stay, and an Azure flag without Azure tiles
+  // ends start-up with the list index error, as designed.
+  void baseMapMenuOffline()
+  {
+    QTemporaryDir dir;
+    QDir(dir.path()).mkpath(QStringLiteral("Maps/MapCache"));
+    QFile tile(dir.filePath(QStringLiteral("Maps/MapCache/ArcGIS_WT_1_1_1.teramapcache")));
+    QVERIFY(tile.open(QIODevice::WriteOnly));
+    tile.close();
+    const auto visibleEntries = [](TfrmMain& form) {
+      QStringList names;
+      for (QAction* entry : form.popupBasemaps->actions())
+        if (entry->isVisible())
+          names << entry->text();
+      return names;
+    };
+
+    WriteIni(dir, Site + QStringLiteral("[Maps]\nWorldStreet=0\n"));
+    InternetProbe::SetProbe([] { return true; });
+    {
+      auto form = std::make_unique<TfrmMain>(QStringList{dir.path(), QStringLiteral("Config")});
+      QCOMPARE(visibleEntries(*form), QStringList({QStringLiteral("World Imagery"), QStringLiteral("World Topo"),
+                                                   QStringLiteral("Nat Geo World"), QStringLiteral("USA Topo"),
+                                                   QStringLiteral("OpenStreetMap")}));
+      QCOMPARE(form->popupBasemaps->actions().size(), 9);
+      QVERIFY(form->popupBasemaps->actions().at(0)->isChecked());
+      QVERIFY(form->ArcGISMapLayer->Visible());
+    }
+    InternetProbe::SetProbe([] { return false; });
+    {
+      auto form = std::make_unique<TfrmMain>(QStringList{dir.path(), QStringLiteral("Config")});
+      QVERIFY(FDialogs->Messages.isEmpty());
+      QCOMPARE(visibleEntries(*form), QStringList({QStringLiteral("World Topo")}));
+      QVERIFY(form->ArcGISMapLayer->Visible()); // what shows stays on screen
+      QVERIFY(form->pnlMarkers->isHidden());
+    }
+    WriteIni(dir, Site + QStringLiteral("[Maps]\nAzureImagery=1\n"));
+    {
+      auto form = std::make_unique<TfrmMain>(QStringList{dir.path(), QStringLiteral("Config")});
+      QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("List index out of bounds (9)")}));
+      QVERIFY(!form->pnlMarkers->isHidden()); // the rest of start-up did not run
+      QCOMPARE(visibleEntries(*form).first(), QStringLiteral("World Topo"));
+    }
+    WriteIni(dir, Site + QStringLiteral("[Maps]\nWorldImagery=0\nWorldTopo=0\nNatGeo=0\nUSATopo=0\nWorldStreet=0\nOpenStreet=0\n"));
+    FDialogs->Messages.clear();
+    {
+      auto form = std::make_unique<TfrmMain>(QStringList{dir.path(), QStringLiteral("Config")});
+      form->btnBasemapsClick();
+      QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("No Offline Maps Are Available!")}));
+    }
   }
 
   // Frames with unknown words, missing attributes, huge radii, absurd
