@@ -146,35 +146,36 @@ void TLiveMarkers::ApplyReports(const TFeedMessage& message, const TLiveMarkerHo
 {
   FMap->BeginUpdate();
   // The selected marker comes to the top and the update closes, also when
-  // a report failed or a hook threw.
-  struct TFinish
-  {
-    TLiveMarkers* Store;
-    ~TFinish()
-    {
-      Store->RaiseAndSelectSelected();
-      Store->FMap->EndUpdate();
+  // a hook threw; selecting may run the window's handlers, so this is no
+  // destructor's work.
+  const auto finish = [this] {
+    RaiseAndSelectSelected();
+    FMap->EndUpdate();
+  };
+  try {
+    for (const TLiveMarkerReport& report : message.Reports) {
+      bool needUpdatedImage = true;
+      bool init = report.Init;
+      TvxMapPushpin* marker = StoreReport(report, init, needUpdatedImage);
+      if (init) {
+        CurrentUserID = report.Id;
+        SelectedLiveMarker = marker;
+        if (hooks.OnInit)
+          hooks.OnInit(report);
+      }
+      if (CurrentUserID == report.Id) {
+        EnsureRadiusMarker();
+        if (hooks.OnCurrentUserReport)
+          hooks.OnCurrentUserReport(report);
+      }
+      if (needUpdatedImage)
+        UpdateStatusImage(marker, CurrentUserID == report.Id);
     }
-  } finish{this};
-
-  for (const TLiveMarkerReport& report : message.Reports) {
-    bool needUpdatedImage = true;
-    bool init = report.Init;
-    TvxMapPushpin* marker = StoreReport(report, init, needUpdatedImage);
-    if (init) {
-      CurrentUserID = report.Id;
-      SelectedLiveMarker = marker;
-      if (hooks.OnInit)
-        hooks.OnInit(report);
-    }
-    if (CurrentUserID == report.Id) {
-      EnsureRadiusMarker();
-      if (hooks.OnCurrentUserReport)
-        hooks.OnCurrentUserReport(report);
-    }
-    if (needUpdatedImage)
-      UpdateStatusImage(marker, CurrentUserID == report.Id);
+  } catch (...) {
+    finish();
+    throw;
   }
+  finish();
   if (!message.ReportFailure.isEmpty())
     throw EConvertError(message.ReportFailure);
 }
