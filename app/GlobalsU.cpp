@@ -1,6 +1,7 @@
 #include "GlobalsU.h"
 
 #include <QDir>
+#include <QFileInfo>
 
 int TCustomImageInfoList::AddObject(const QString& caption, std::unique_ptr<TCustomImageRec> rec)
 {
@@ -11,6 +12,23 @@ int TCustomImageInfoList::AddObject(const QString& caption, std::unique_ptr<TCus
 void TCustomImageInfoList::Delete(int index)
 {
   FRows.erase(FRows.begin() + index);
+}
+
+void TCustomImageInfoList::AddItem(const QString& FileName, const QString& Caption, bool NewEntry)
+{
+  if (!QFileInfo::exists(FileName))
+    return;
+  auto rec = std::make_unique<TCustomImageRec>();
+  rec->FileName = FileName;
+  rec->Caption = Caption;
+  rec->NewEntry = NewEntry;
+  AddObject(Caption, std::move(rec));
+}
+
+void TCustomImageInfoList::ClearItems()
+{
+  while (!FRows.empty())
+    FRows.pop_back();
 }
 
 namespace Globals

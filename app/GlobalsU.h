@@ -26,6 +26,12 @@ public:
   void Delete(int index);
   void Clear() { FRows.clear(); }
 
+  // Appends a record when the file exists; an image whose file is gone
+  // drops out quietly, and with it from the next save.
+  void AddItem(const QString& FileName, const QString& Caption, bool NewEntry);
+  // Frees the records from the last to the first, then empties the list.
+  void ClearItems();
+
 private:
   struct TRow
   {

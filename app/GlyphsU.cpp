@@ -40,4 +40,18 @@ QPixmap LegendIcon()
   }
   return pixmap;
 }
+
+QPixmap PanelToggleIcon(int imageIndex)
+{
+  QPixmap pixmap(16, 16);
+  pixmap.fill(Qt::transparent);
+  QPainter p(&pixmap);
+  p.setRenderHint(QPainter::Antialiasing);
+  p.setPen(QPen(QColor(0x30, 0x30, 0x30), 2.2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+  if (imageIndex == 1)
+    p.drawPolyline(QPolygonF({QPointF(3, 11), QPointF(8, 5.5), QPointF(13, 11)}));
+  else
+    p.drawPolyline(QPolygonF({QPointF(3, 5.5), QPointF(8, 11), QPointF(13, 5.5)}));
+  return pixmap;
+}
 }

@@ -10,4 +10,7 @@ namespace Glyphs
 QPixmap InternetIcon(bool connected);
 // 24 by 24: a key of coloured squares, the legend button.
 QPixmap LegendIcon();
+// 16 by 16: the Markers button's chevron; image 0 points down (the panel
+// opens), image 1 up (it closes).
+QPixmap PanelToggleIcon(int imageIndex);
 }

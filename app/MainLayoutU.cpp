@@ -171,6 +171,8 @@ void BuildMainLayout(TfrmMain& form)
   form.btnBasemaps = CommandButton(form.pnlLeft, "btnBasemaps", QStringLiteral("Basemaps"));
   form.btnLayers = CommandButton(form.pnlLeft, "btnLayers", QStringLiteral("Layers"));
   form.btnMarkers = CommandButton(form.pnlLeft, "btnMarkers", QStringLiteral("Markers"));
+  form.btnMarkers->setIcon(Glyphs::PanelToggleIcon(0));
+  form.btnMarkers->setProperty("ImageIndex", 0);
   left->addWidget(form.btnBasemaps);
   left->addWidget(form.btnLayers);
   left->addWidget(form.btnMarkers);

@@ -11,6 +11,9 @@
 #include "MainLayoutU.h"
 #include "LiveMarkersU.h"
 #include "MarkersU.h"
+#include "MarkerImagesU.h"
+#include "StaticMarkersU.h"
+#include "GlyphsU.h"
 #include "AzureMapKeyU.h"
 #include "BaseMapsU.h"
 #include "StatusImagesU.h"
@@ -59,6 +62,7 @@ TfrmMain::TfrmMain(const QStringList& arguments, QWidget* parent)
   : QWidget(parent)
   , FArguments(arguments)
   , FFeedLink(std::make_unique<TFeedLink>())
+  , FUnloadedFiles(std::make_unique<TUnloadedFiles>())
   , FServers(std::make_unique<TServerSettings>())
 {
   frmMain = this;
@@ -85,10 +89,17 @@ void TfrmMain::BuildControls()
   connect(SpeedButton1, &QToolButton::clicked, this, &TfrmMain::SpeedButton1Click);
   connect(cbAutoCenter, &QCheckBox::clicked, this, &TfrmMain::cbAutoCenterClick);
   connect(sbtnAdd, &QToolButton::clicked, this, &TfrmMain::sbtnAddClick);
+  connect(btnMarkers, &QPushButton::clicked, this, [this] { RunHandler([this] { btnMarkersClick(); }); });
+  connect(sbtnDelete, &QToolButton::clicked, this, [this] { RunHandler([this] { sbtnDeleteClick(); }); });
+  connect(SpeedButton3, &QToolButton::clicked, this, [this] { RunHandler([this] { SpeedButton3Click(); }); });
+  connect(lbStaticMarkers, &QListWidget::itemClicked, this, [this] { RunHandler([this] { lbStaticMarkersClick(); }); });
+  connect(lbStaticMarkers, &QListWidget::itemDoubleClicked, this,
+          [this] { RunHandler([this] { lbStaticMarkersDblClick(); }); });
   connect(btnBasemaps, &QPushButton::clicked, this, [this] { RunHandler([this] { btnBasemapsClick(); }); });
   sbtnAdd->installEventFilter(this);
 
   FLiveMarkers = std::make_unique<TLiveMarkers>(Map, KestrelLiveMarkers);
+  FStaticMarkers = std::make_unique<TStaticMarkers>(Map, KestrelStaticMarkers, lbStaticMarkers, MarkerImageLists());
   FBaseMaps = std::make_unique<TBaseMaps>(
     TBaseMaps::TLayers{OpenStreetMapLayer, ArcGISMapLayer, AzureMapsLayer1, AzureMapsLayer2}, popupBasemaps,
     lblAttribution1, lblAttribution2);
@@ -362,12 +373,22 @@ void TfrmMain::FormShow()
   // CurrentSkin is kept and handed on; Qt's own style draws the controls.
   AllowChangingEvent = true;
 
+  if (frmMarkers) {
+    frmMarkers->CentreOn = this;
+    frmMarkers->OnMouseLeave = [this] { OkDoMouseUp = true; };
+  }
+
   if (GetMode || PutMode) {
     Map->SetCenterPoint(TvxMapControlGeoPoint::Create(GetPutModeLat, GetPutModeLon));
     PlaceGetPutMarker();
     edtLatitude->setText(NumberText::FormatFloat6(GetPutModeLat));
     edtLongitude->setText(NumberText::FormatFloat6(GetPutModeLon));
   } else {
+    // Both count as unread until each has loaded whole: a failed custom
+    // image file keeps the static markers from loading at all.
+    for (const QString& file : {Globals::CustomMarkersConfigFileName, Globals::StaticMarkersConfigFileName})
+      if (QFileInfo::exists(file))
+        FUnloadedFiles->Expect(file);
     if (QFileInfo::exists(Globals::CustomMarkersConfigFileName))
       LoadCustomMarkerInfoFromXML();
     if (QFileInfo::exists(Globals::StaticMarkersConfigFileName))
@@ -401,7 +422,7 @@ void TfrmMain::PlaceAttribution()
   pnlAttribute->raise();
 }
 
-void TfrmMain::FormCloseQuery()
+bool TfrmMain::FormCloseQuery()
 {
   try {
     if (!Globals::ConfigDir.isEmpty() && !GetMode && !PutMode) {
@@ -415,12 +436,16 @@ void TfrmMain::FormCloseQuery()
     if (!Globals::ConfigDir.isEmpty())
       WriteSettings();
   } catch (const EMapwrightError& e) {
+    // A failed save abandons the close: the window stays, and what the
+    // user made stays in memory for another try.
     Dialogs::Get().ShowMessage(e.Message());
+    return false;
   }
   AllowChangingEvent = false;
   PingTimer->stop();
   SetTCPListenerActive(false);
   SetTCPListenerPaused(false);
+  return true;
 }
 
 void TfrmMain::FormDestroy()
@@ -437,7 +462,8 @@ void TfrmMain::showEvent(QShowEvent* event)
   QWidget::showEvent(event);
   if (!FShown) {
     FShown = true;
-    FormShow();
+    // A failed load ends the rest of the show step in the general failure box.
+    RunHandler([this] { FormShow(); });
   }
 }
 
@@ -489,8 +515,11 @@ void TfrmMain::closeEvent(QCloseEvent* event)
   event->accept();
   if (FClosed)
     return;
+  if (!FormCloseQuery()) {
+    event->ignore();
+    return;
+  }
   FClosed = true;
-  FormCloseQuery();
   if (FormGPSImageLegend)
     FormGPSImageLegend->hide();
   Q_EMIT OnClosed();
@@ -860,24 +889,11 @@ void TfrmMain::MapMouseUp(Qt::MouseButton, Qt::KeyboardModifiers, int X, int Y)
   if (PlacingStaticMarker) {
     SetScreenCursor(Qt::ArrowCursor);
     PlacingStaticMarker = false;
-    ShowMarkerDialogForNewMarker(FreeStaticMarkerTitle(), geoPoint.Latitude, geoPoint.Longitude);
+    ShowMarkerDialogForNewMarker(FStaticMarkers->FreeTitle(), geoPoint.Latitude, geoPoint.Longitude);
     return;
   }
   if (MarkerDialogShowing())
     MoveMarkerUnderEdit(geoPoint.Latitude, geoPoint.Longitude);
-}
-
-QString TfrmMain::FreeStaticMarkerTitle() const
-{
-  std::set<QString> titles;
-  const TvxMapItems& items = KestrelStaticMarkers->MapItems();
-  for (int i = 0; i < items.Count(); ++i)
-    titles.insert(TLiveMarkers::Text(items.Items(i), QStringLiteral("TITLE")));
-  for (int n = 1;; ++n) {
-    const QString title = QStringLiteral("Marker%1").arg(n);
-    if (!titles.count(title))
-      return title;
-  }
 }
 
 void TfrmMain::MapDblClick()
@@ -941,7 +957,7 @@ void TfrmMain::MapSelectionChanging(IvxMapItem* AItem, bool&)
   auto* pin = dynamic_cast<TvxMapPushpin*>(AItem);
   if (!pin)
     return; // layer items pass without effect
-  if (pin->Layer() == KestrelLiveMarkers) {
+  if (pin->Tag() == 0) {
     const auto text = [pin](const char* key) { return TLiveMarkers::Text(pin, QLatin1String(key)); };
     lblID->setText(text("ID"));
     lblName->setText(text("NAME"));
@@ -953,18 +969,8 @@ void TfrmMain::MapSelectionChanging(IvxMapItem* AItem, bool&)
     pin->SetIndex(KestrelLiveMarkers->MapItems().Count() - 1);
     StatusBarPanel1->setText(QStringLiteral("Fix Status: ") + text("FIXSTATUS"));
     FLiveMarkers->UpdateAllStatusImages();
-  } else if (pin->Layer() == KestrelStaticMarkers) {
-    const TvxMapItems& items = KestrelStaticMarkers->MapItems();
-    for (int i = 0; i < items.Count(); ++i)
-      if (auto* other = dynamic_cast<TvxMapPushpin*>(items.Items(i)))
-        UpdateStaticMarkerStatusImage(other, other == pin);
-    const QString title = TLiveMarkers::Text(pin, QStringLiteral("TITLE"));
-    for (int row = 0; row < lbStaticMarkers->count(); ++row) {
-      if (lbStaticMarkers->item(row)->text() == title) {
-        lbStaticMarkers->setCurrentRow(row);
-        break;
-      }
-    }
+  } else if (pin->Tag() == StaticMarkerTag) {
+    FStaticMarkers->SelectionChanged(pin);
   }
 }
 
@@ -1060,14 +1066,21 @@ void TfrmMain::EnableDisableCacheBtn()
 
 void TfrmMain::PlaceGetPutMarker()
 {
-  // The image of the marker dialog's Misc list comes with that dialog;
-  // until then the pin shows the map's own pushpin.
-  FLiveMarkers->AddPlainPushpin(GetPutModeLat, GetPutModeLon);
+  TvxMapPushpin* pin = FLiveMarkers->AddPlainPushpin(GetPutModeLat, GetPutModeLon);
+  pin->SetImage(MarkerImageLists().MiscImageList.Image(1));
 }
 
-void TfrmMain::UpdateStaticMarkerStatusImage(TvxMapPushpin*, bool)
+// ---------------------------------------------------------------------------
+// Static markers
+
+void TfrmMain::UpdateStaticMarkerStatusImage(TvxMapPushpin* Marker, bool CurrentMarkerFlag)
 {
-  // Open: the category images belong to the marker dialog.
+  FStaticMarkers->UpdateStaticMarkerStatusImage(Marker, CurrentMarkerFlag);
+}
+
+TvxMapPushpin* TfrmMain::FindKestrelStaticMarker(const QString& Title) const
+{
+  return FStaticMarkers->FindKestrelStaticMarker(Title);
 }
 
 bool TfrmMain::MarkerDialogShowing() const
@@ -1077,23 +1090,136 @@ bool TfrmMain::MarkerDialogShowing() const
 
 bool TfrmMain::MarkerDialogOnMiscPage() const
 {
-  // Open: the dialog's pages come with it.
-  return false;
+  return frmMarkers && frmMarkers->OnMiscPage();
 }
 
-void TfrmMain::ShowMarkerDialogForNewMarker(const QString&, double, double)
+void TfrmMain::ShowMarkerDialogForNewMarker(const QString& title, double latitude, double longitude)
 {
-  // Open: the dialog takes the title and the point and shows, not modally.
+  if (!frmMarkers)
+    return;
+  frmMarkers->edtTitle->setText(title);
+  frmMarkers->MapControl = Map;
+  frmMarkers->KestrelStaticMarkers = KestrelStaticMarkers;
+  frmMarkers->lbStaticMarkers = lbStaticMarkers;
+  frmMarkers->edtLatitude->setText(NumberText::FloatToStr(latitude));
+  frmMarkers->edtLongitude->setText(NumberText::FloatToStr(longitude));
+  frmMarkers->EditMode = false;
+  frmMarkers->Show();
 }
 
-void TfrmMain::MoveMarkerUnderEdit(double, double)
+void TfrmMain::ShowMarkerDialogForMarker(TvxMapPushpin* marker)
 {
-  // Open: the dialog's edit boxes and its marker under edit.
+  if (!frmMarkers || !marker)
+    return;
+  const auto text = [marker](const QString& key) { return TStaticMarkers::Text(marker, key); };
+  frmMarkers->edtTitle->setText(text(StaticMarkerKey::Title));
+  frmMarkers->edtLatitude->setText(text(StaticMarkerKey::Latitude));
+  frmMarkers->edtLongitude->setText(text(StaticMarkerKey::Longitude));
+  frmMarkers->Memo1->clear();
+  frmMarkers->Memo1->setPlainText(text(StaticMarkerKey::Notes));
+  frmMarkers->MapControl = Map;
+  frmMarkers->KestrelStaticMarkers = KestrelStaticMarkers;
+  frmMarkers->KestrelStaticMarker = marker;
+  frmMarkers->lbStaticMarkers = lbStaticMarkers;
+  frmMarkers->EditMode = true;
+  frmMarkers->Show();
+}
+
+void TfrmMain::MoveMarkerUnderEdit(double latitude, double longitude)
+{
+  frmMarkers->edtLatitude->setText(NumberText::FloatToStr(latitude));
+  frmMarkers->edtLongitude->setText(NumberText::FloatToStr(longitude));
+  if (frmMarkers->KestrelStaticMarker)
+    frmMarkers->KestrelStaticMarker->SetLocation(TvxMapControlGeoPoint::Create(latitude, longitude));
+}
+
+void TfrmMain::btnMarkersClick()
+{
+  SetScreenCursor(Qt::ArrowCursor);
+  PlacingStaticMarker = false;
+  const bool opening = pnlMarkers->isHidden();
+  const int imageIndex = opening ? 1 : 0;
+  btnMarkers->setProperty("ImageIndex", imageIndex);
+  btnMarkers->setIcon(Glyphs::PanelToggleIcon(imageIndex));
+  if (opening) {
+    sbtnDelete->setEnabled(false);
+    if (!lbStaticMarkers->selectedItems().isEmpty())
+      sbtnDelete->setEnabled(true);
+  }
+  pnlMarkers->setVisible(opening);
+}
+
+void TfrmMain::lbStaticMarkersClick()
+{
+  SetScreenCursor(Qt::ArrowCursor);
+  PlacingStaticMarker = false;
+  if (MarkerDialogShowing())
+    return;
+  sbtnDelete->setEnabled(true);
+  FStaticMarkers->SelectMarkerOfSelectedRow();
+}
+
+void TfrmMain::lbStaticMarkersDblClick()
+{
+  if (MarkerDialogShowing())
+    return;
+  ShowMarkerDialogForMarker(FStaticMarkers->SelectedRowMarker());
+}
+
+void TfrmMain::SpeedButton3Click()
+{
+  if (MarkerDialogShowing())
+    return;
+  ShowMarkerDialogForMarker(FindKestrelStaticMarker(lblStaticInfoTitle->text()));
+}
+
+void TfrmMain::sbtnDeleteClick()
+{
+  if (MarkerDialogShowing())
+    return;
+  SetScreenCursor(Qt::ArrowCursor);
+  PlacingStaticMarker = false;
+  AllowChangingEvent = false;
+  struct TAllowAgain
+  {
+    TfrmMain* Form;
+    ~TAllowAgain() { Form->AllowChangingEvent = true; }
+  } allowAgain{this};
+  if (!FStaticMarkers->DeleteSelected())
+    sbtnDelete->setEnabled(false);
+}
+
+void TfrmMain::RefreshCustomStaticMarkers()
+{
+  if (frmMarkers)
+    frmMarkers->RefreshCustomStaticMarkers();
+  else if (Globals::CustomImageInfoList)
+    TStaticMarkers::RefreshCustomImages(*Globals::CustomImageInfoList, MarkerImageLists().CustomImageList, nullptr);
+}
+
+void TfrmMain::LoadCustomMarkerInfoFromXML()
+{
+  TStaticMarkers::LoadCustomMarkerInfoFromXML(Globals::CustomMarkersConfigFileName, *FCustomImageInfoList);
+  RefreshCustomStaticMarkers();
+  FUnloadedFiles->Loaded(Globals::CustomMarkersConfigFileName);
+}
+
+void TfrmMain::SaveCustomMarkerInfoToXml()
+{
+  TStaticMarkers::SaveCustomMarkerInfoToXml(Globals::CustomMarkersConfigFileName, *FCustomImageInfoList,
+                                            FUnloadedFiles.get());
+}
+
+void TfrmMain::LoadStaticMarkersFromXML()
+{
+  FStaticMarkers->LoadStaticMarkersFromXML(Globals::StaticMarkersConfigFileName);
+  FUnloadedFiles->Loaded(Globals::StaticMarkersConfigFileName);
+}
+
+void TfrmMain::SaveStaticMarkersToXml()
+{
+  FStaticMarkers->SaveStaticMarkersToXml(Globals::StaticMarkersConfigFileName, FUnloadedFiles.get());
 }
 
 void TfrmMain::LoadLayersFromXML() {}
 void TfrmMain::SaveLayersToXml() {}
-void TfrmMain::LoadCustomMarkerInfoFromXML() {}
-void TfrmMain::SaveCustomMarkerInfoToXml() {}
-void TfrmMain::LoadStaticMarkersFromXML() {}
-void TfrmMain::SaveStaticMarkersToXml() {}

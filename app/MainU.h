@@ -27,6 +27,8 @@ class TFeedLink;
 class TBaseMaps;
 class TIniFile;
 class TLiveMarkers;
+class TStaticMarkers;
+class TUnloadedFiles;
 class TvxMapControl;
 class TvxMapImageTileLayer;
 class TvxMapItemLayer;
@@ -55,7 +57,8 @@ public:
   void FormCreate();
   void FormShow();
   void FormResize();
-  void FormCloseQuery();
+  // False when a save failed: the window then stays open.
+  bool FormCloseQuery();
   void FormDestroy();
 
   // Feed link.
@@ -79,6 +82,16 @@ public:
   void sbtnAddClick();
   void sbtnAddMouseLeave();
 
+  // Static markers.
+  void btnMarkersClick();
+  void lbStaticMarkersClick();
+  void lbStaticMarkersDblClick();
+  void sbtnDeleteClick();
+  void SpeedButton3Click();
+  TvxMapPushpin* FindKestrelStaticMarker(const QString& Title) const;
+  void RefreshCustomStaticMarkers();
+  TStaticMarkers& StaticMarkers() { return *FStaticMarkers; }
+
   // The map's events.
   void MapMouseDown(Qt::MouseButton Button, Qt::KeyboardModifiers Shift, int X, int Y);
   void MapMouseMove(Qt::KeyboardModifiers Shift, int X, int Y);
@@ -95,7 +108,6 @@ public:
   void SetCachedBaseMapsOnly();
   void EnableDisableCacheBtn();
 
-  // Status images of static markers come with their store; a marked open call.
   void UpdateStaticMarkerStatusImage(TvxMapPushpin* Marker, bool CurrentMarkerFlag);
 
   // The cursor of the whole application, as the design uses it: default,
@@ -262,26 +274,28 @@ private:
   void ApplyLocatorRule(const QString& location);
   TvxMapImageTileLayer* ConversionLayer() const;
 
-  // The static marker and layer catalogue stores come with their own work;
-  // until then their files are neither read nor rewritten.
+  // The layer catalogue comes with its own work; until then its file is
+  // neither read nor rewritten.
   void LoadLayersFromXML();
   void SaveLayersToXml();
   void LoadCustomMarkerInfoFromXML();
   void SaveCustomMarkerInfoToXml();
   void LoadStaticMarkersFromXML();
   void SaveStaticMarkersToXml();
-  // The marker dialog comes with the static markers: placing a marker hands
-  // it the free title and the point, a click moves the marker under edit.
+  // Placing a marker hands the dialog the free title and the point; a
+  // click moves the marker under edit.
   bool MarkerDialogShowing() const;
   bool MarkerDialogOnMiscPage() const;
   void ShowMarkerDialogForNewMarker(const QString& title, double latitude, double longitude);
   void MoveMarkerUnderEdit(double latitude, double longitude);
-  QString FreeStaticMarkerTitle() const;
+  void ShowMarkerDialogForMarker(TvxMapPushpin* marker);
 
   QStringList FArguments;
   std::unique_ptr<TFeedLink> FFeedLink;
   std::unique_ptr<TCustomImageInfoList> FCustomImageInfoList;
   std::unique_ptr<TLiveMarkers> FLiveMarkers;
+  std::unique_ptr<TStaticMarkers> FStaticMarkers;
+  std::unique_ptr<TUnloadedFiles> FUnloadedFiles;
   std::unique_ptr<TBaseMaps> FBaseMaps;
   std::unique_ptr<TServerSettings> FServers;
   Qt::CursorShape FScreenCursor = Qt::ArrowCursor;

@@ -1,10 +1,635 @@
 #include "MarkersU.h"
 
+#include "DialogsU.h"
+#include "ErrorsU.h"
+#include "GlobalsU.h"
+#include "MarkerImagesU.h"
+#include "NumberTextU.h"
+#include "StaticMarkersU.h"
+#include "vxMapItemLayer.h"
+#include "vxMapPointItems.h"
+
+#include <QDesktopServices>
+#include <QEvent>
+#include <QFrame>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QUrl>
+#include <QVBoxLayout>
+
 TfrmMarkers* frmMarkers = nullptr;
+
+const QString TfrmMarkers::IconCollectionUrl = QStringLiteral("https://labs.mapbox.com/maki-icons/");
+
+namespace
+{
+constexpr int RowHeight = 37;
+constexpr int Columns = 3;
+const int ImageIndexRole = Qt::UserRole;
+
+template <typename T>
+T* Named(T* object, const char* name)
+{
+  object->setObjectName(QLatin1String(name));
+  return object;
+}
+
+QFrame* Panel(QWidget* parent, const char* name)
+{
+  return Named(new QFrame(parent), name);
+}
+
+QString Attr(const TvxMapPushpin* pin, const QString& key)
+{
+  return TStaticMarkers::Text(pin, key);
+}
+}
 
 TfrmMarkers::TfrmMarkers(QWidget* parent)
   : QDialog(parent)
 {
   setObjectName(QStringLiteral("frmMarkers"));
-  setWindowTitle(tr("Markers"));
+  setWindowTitle(QStringLiteral("Markers"));
+  setWindowFlag(Qt::WindowStaysOnTopHint, true);
+  setModal(false);
+  setMinimumSize(420, 642);
+  BuildControls();
+}
+
+TfrmMarkers::~TfrmMarkers()
+{
+  if (frmMarkers == this)
+    frmMarkers = nullptr;
+}
+
+QListWidget* TfrmMarkers::AddTab(QWidget*& sheet, const QString& category)
+{
+  sheet = new QWidget(PageControl1);
+  auto* layout = new QVBoxLayout(sheet);
+  layout->setContentsMargins(2, 2, 2, 2);
+  auto* list = new QListWidget(sheet);
+  // Three columns of 37-pixel rows that fill top to bottom, then across.
+  list->setViewMode(QListView::ListMode);
+  list->setFlow(QListView::TopToBottom);
+  list->setWrapping(true);
+  list->setResizeMode(QListView::Adjust);
+  list->setUniformItemSizes(true);
+  list->setIconSize(category == MarkerCategory::Misc ? QSize(32, 32) : QSize(32, 37));
+  list->setSelectionMode(QAbstractItemView::SingleSelection);
+  list->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+  list->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  list->installEventFilter(this);
+  layout->addWidget(list);
+  PageControl1->addTab(sheet, category);
+  connect(list, &QListWidget::itemClicked, this, [this, category] { RunHandler([&] { ListClick(category); }); });
+  return list;
+}
+
+void TfrmMarkers::BuildControls()
+{
+  auto* root = new QVBoxLayout(this);
+  root->setContentsMargins(4, 4, 4, 4);
+
+  pnlTop = Panel(this, "pnlTop");
+  auto* top = new QGridLayout(pnlTop);
+  Label1 = Named(new QLabel(QStringLiteral("Title"), pnlTop), "Label1");
+  edtTitle = Named(new QLineEdit(pnlTop), "edtTitle");
+  Ima = Named(new QLabel(QStringLiteral("Images Selection"), pnlTop), "Ima");
+  Image1 = Named(new QLabel(pnlTop), "Image1");
+  Image1->setPixmap(QPixmap::fromImage(MarkerImageLists().MiscImageList.Image(1)));
+  Image1->setCursor(Qt::PointingHandCursor);
+  Image1->setToolTip(tr("Where the marker images come from"));
+  Image1->installEventFilter(this);
+  top->addWidget(Label1, 0, 0);
+  top->addWidget(edtTitle, 0, 1);
+  top->addWidget(Ima, 1, 0, 1, 2);
+  top->addWidget(Image1, 0, 2, 2, 1);
+  root->addWidget(pnlTop);
+
+  pnlImages = Panel(this, "pnlImages");
+  auto* images = new QVBoxLayout(pnlImages);
+  images->setContentsMargins(0, 0, 0, 0);
+  PageControl1 = Named(new QTabWidget(pnlImages), "PageControl1");
+  PageControl1->setUsesScrollButtons(false);
+  PageControl1->setDocumentMode(false);
+  lbIndustry = AddTab(TabSheet1, MarkerCategory::Industry);
+  lbNature = AddTab(TabSheet2, MarkerCategory::Nature);
+  lbTransportation = AddTab(TabSheet3, MarkerCategory::Transportation);
+  lbPeople = AddTab(TabSheet4, MarkerCategory::People);
+  lbMedia = AddTab(TabSheet5, MarkerCategory::Media);
+  lbTourism = AddTab(TabSheet6, MarkerCategory::Tourism);
+  lbMisc = AddTab(TabSheet7, MarkerCategory::Misc);
+  lbCustom = AddTab(TabSheet8, MarkerCategory::Custom);
+  const char* sheetNames[] = {"TabSheet1", "TabSheet2", "TabSheet3", "TabSheet4",
+                              "TabSheet5", "TabSheet6", "TabSheet7", "TabSheet8"};
+  const char* listNames[] = {"lbIndustry", "lbNature", "lbTransportation", "lbPeople",
+                             "lbMedia",    "lbTourism", "lbMisc",          "lbCustom"};
+  for (int i = 0; i < PageControl1->count(); ++i) {
+    PageControl1->widget(i)->setObjectName(QLatin1String(sheetNames[i]));
+    ListOf(MarkerCategory::TabOrder().at(i))->setObjectName(QLatin1String(listNames[i]));
+  }
+  for (const QString& category : MarkerCategory::TabOrder())
+    if (category != MarkerCategory::Custom)
+      FillList(ListOf(category), category);
+  images->addWidget(PageControl1, 1);
+
+  pnlSearch = Panel(pnlImages, "pnlSearch");
+  auto* search = new QHBoxLayout(pnlSearch);
+  search->setContentsMargins(0, 2, 0, 2);
+  Label4 = Named(new QLabel(QStringLiteral("Find Image"), pnlSearch), "Label4");
+  edtSearch = Named(new QLineEdit(pnlSearch), "edtSearch");
+  btnSearch = Named(new QPushButton(tr("Search"), pnlSearch), "btnSearch");
+  btnPrev = Named(new QPushButton(tr("Prev"), pnlSearch), "btnPrev");
+  btnNext = Named(new QPushButton(tr("Next"), pnlSearch), "btnNext");
+  for (QPushButton* button : {btnSearch, btnPrev, btnNext})
+    button->setAutoDefault(false);
+  edtSearch->installEventFilter(this);
+  search->addWidget(Label4);
+  search->addWidget(edtSearch, 1);
+  search->addWidget(btnSearch);
+  search->addWidget(btnPrev);
+  search->addWidget(btnNext);
+  images->addWidget(pnlSearch);
+  root->addWidget(pnlImages, 1);
+
+  pnlBottom = Panel(this, "pnlBottom");
+  auto* bottom = new QGridLayout(pnlBottom);
+  Label2 = Named(new QLabel(QStringLiteral("Latitude"), pnlBottom), "Label2");
+  edtLatitude = Named(new QLineEdit(pnlBottom), "edtLatitude");
+  Label3 = Named(new QLabel(QStringLiteral("Longitude"), pnlBottom), "Label3");
+  edtLongitude = Named(new QLineEdit(pnlBottom), "edtLongitude");
+  Notes = Named(new QLabel(QStringLiteral("Notes"), pnlBottom), "Notes");
+  Memo1 = Named(new QPlainTextEdit(pnlBottom), "Memo1");
+  Memo1->setFixedHeight(96);
+  bottom->addWidget(Label2, 0, 0);
+  bottom->addWidget(edtLatitude, 0, 1);
+  bottom->addWidget(Label3, 1, 0);
+  bottom->addWidget(edtLongitude, 1, 1);
+  bottom->addWidget(Notes, 2, 0, Qt::AlignTop);
+  bottom->addWidget(Memo1, 2, 1);
+  edtLatitude->installEventFilter(this);
+  edtLongitude->installEventFilter(this);
+  edtTitle->installEventFilter(this);
+  root->addWidget(pnlBottom);
+
+  Panel2 = Panel(this, "Panel2");
+  auto* buttons = new QHBoxLayout(Panel2);
+  buttons->addStretch(1);
+  btnOk = Named(new QPushButton(QStringLiteral("Save"), Panel2), "btnOk");
+  btnCancel = Named(new QPushButton(QStringLiteral("Cancel"), Panel2), "btnCancel");
+  btnOk->setAutoDefault(false);
+  btnCancel->setAutoDefault(false);
+  buttons->addWidget(btnOk);
+  buttons->addWidget(btnCancel);
+  root->addWidget(Panel2);
+
+  connect(edtTitle, &QLineEdit::textChanged, this, &TfrmMarkers::edtTitleChange);
+  connect(edtLatitude, &QLineEdit::textChanged, this, &TfrmMarkers::edtTitleChange);
+  connect(edtLongitude, &QLineEdit::textChanged, this, &TfrmMarkers::edtTitleChange);
+  connect(btnOk, &QPushButton::clicked, this, [this] { RunHandler([this] { btnOkClick(); }); });
+  connect(btnCancel, &QPushButton::clicked, this, [this] { RunHandler([this] { btnCancelClick(); }); });
+  connect(btnSearch, &QPushButton::clicked, this, [this] { RunHandler([this] { btnSearchClick(); }); });
+  connect(btnNext, &QPushButton::clicked, this, [this] { RunHandler([this] { btnNextClick(); }); });
+  connect(btnPrev, &QPushButton::clicked, this, [this] { RunHandler([this] { btnPrevClick(); }); });
+  btnPrev->setEnabled(false);
+  btnNext->setEnabled(false);
+  btnOk->setEnabled(false);
+  resize(minimumSize());
+}
+
+void TfrmMarkers::SetListRowImage(QListWidget* list, int row, const TMarkerImageList& images, int index)
+{
+  QListWidgetItem* item = list->item(row);
+  item->setData(ImageIndexRole, index);
+  const QImage image = images.Image(index);
+  item->setIcon(image.isNull() ? QIcon() : QIcon(QPixmap::fromImage(image)));
+}
+
+void TfrmMarkers::FillList(QListWidget* list, const QString& category)
+{
+  const TMarkerImageList* images = MarkerImageLists().ByCategory(category);
+  for (const TMarkerRow& row : FixedMarkerRows(category)) {
+    list->addItem(row.Caption);
+    SetListRowImage(list, list->count() - 1, *images, row.ImageIndex);
+  }
+}
+
+void TfrmMarkers::LayOutColumns(QListWidget* list)
+{
+  const int width = std::max(60, list->viewport()->width() / Columns);
+  list->setGridSize(QSize(width, RowHeight));
+}
+
+QListWidget* TfrmMarkers::ListOf(const QString& category) const
+{
+  if (category == MarkerCategory::Industry)
+    return lbIndustry;
+  if (category == MarkerCategory::Nature)
+    return lbNature;
+  if (category == MarkerCategory::Transportation)
+    return lbTransportation;
+  if (category == MarkerCategory::People)
+    return lbPeople;
+  if (category == MarkerCategory::Media)
+    return lbMedia;
+  if (category == MarkerCategory::Tourism)
+    return lbTourism;
+  if (category == MarkerCategory::Misc)
+    return lbMisc;
+  if (category == MarkerCategory::Custom)
+    return lbCustom;
+  return nullptr;
+}
+
+void TfrmMarkers::RunHandler(const std::function<void()>& handler)
+{
+  try {
+    handler();
+  } catch (const EMapwrightError& e) {
+    Dialogs::Get().ShowMessage(e.Message());
+  } catch (const std::exception& e) {
+    Dialogs::Get().ShowMessage(QString::fromUtf8(e.what()));
+  }
+}
+
+void TfrmMarkers::Show()
+{
+  if (CentreOn) {
+    const QRect owner = CentreOn->frameGeometry();
+    const QSize own = frameGeometry().size();
+    move(owner.center().x() - own.width() / 2, owner.center().y() - own.height() / 2);
+  }
+  if (isVisible()) {
+    // Shown again while open: the design's show step still runs.
+    RunHandler([this] { FormShow(); });
+    raise();
+    return;
+  }
+  show();
+  raise();
+  activateWindow();
+}
+
+bool TfrmMarkers::OnMiscPage() const
+{
+  return PageControl1->currentWidget() == TabSheet7;
+}
+
+void TfrmMarkers::showEvent(QShowEvent* event)
+{
+  QDialog::showEvent(event);
+  RunHandler([this] { FormShow(); });
+  for (const QString& category : MarkerCategory::TabOrder())
+    LayOutColumns(ListOf(category));
+}
+
+void TfrmMarkers::resizeEvent(QResizeEvent* event)
+{
+  QDialog::resizeEvent(event);
+  FormResize();
+}
+
+void TfrmMarkers::leaveEvent(QEvent* event)
+{
+  QDialog::leaveEvent(event);
+  FormMouseLeave();
+}
+
+bool TfrmMarkers::eventFilter(QObject* watched, QEvent* event)
+{
+  const QEvent::Type type = event->type();
+  if (type == QEvent::KeyPress && (watched == edtLatitude || watched == edtLongitude)) {
+    auto* key = static_cast<QKeyEvent*>(event);
+    if (key->matches(QKeySequence::Cut) || !CoordinateKeyAllowed(key->text()))
+      return true;
+  }
+  if (type == QEvent::KeyPress && watched == edtSearch)
+    edtSearchKeyDown(static_cast<QKeyEvent*>(event)->key());
+  if (type == QEvent::FocusOut && !FInExit) {
+    if (watched == edtTitle)
+      RunHandler([this] { edtTitleExit(); });
+    else if (watched == edtLatitude)
+      RunHandler([this] { edtLatitudeExit(); });
+    else if (watched == edtLongitude)
+      RunHandler([this] { edtLongitudeExit(); });
+  }
+  if (type == QEvent::MouseButtonRelease && watched == Image1)
+    Image1Click();
+  if (type == QEvent::Resize) {
+    for (const QString& category : MarkerCategory::TabOrder())
+      if (watched == ListOf(category))
+        LayOutColumns(ListOf(category));
+  }
+  return QDialog::eventFilter(watched, event);
+}
+
+bool TfrmMarkers::CoordinateKeyAllowed(const QString& text)
+{
+  // Keys without a character (arrows, Home, Delete) never reach the filter
+  // of the character keys; copy, paste and backspace are the controls let in.
+  if (text.isEmpty() || text == QStringLiteral("\x7f"))
+    return true;
+  if (text.size() != 1)
+    return false;
+  const char16_t c = text.at(0).unicode();
+  return c == 3 || c == 22 || c == 8 || c == '.' || c == '-' || (c >= '0' && c <= '9');
+}
+
+// ---------------------------------------------------------------------------
+
+void TfrmMarkers::FormShow()
+{
+  if (!KestrelStaticMarkers)
+    return;
+  if (!EditMode) {
+    MarkerHoldTitle = edtTitle->text();
+    auto* pin = KestrelStaticMarkers->MapItems().Add<TvxMapPushpin>();
+    pin->SetTag(StaticMarkerTag);
+    KestrelStaticMarker = pin;
+    pin->SetImage(MarkerImageLists().MiscImageList.Image(1));
+    TStaticMarkers::SetMarkerName(pin, edtTitle->text());
+    pin->SetLocation(TvxMapControlGeoPoint::Create(NumberText::StrToFloat(edtLatitude->text()),
+                                                   NumberText::StrToFloat(edtLongitude->text())));
+    TvxMapItemAttributes& attributes = pin->Attributes();
+    attributes.Add(StaticMarkerKey::Title, edtTitle->text());
+    attributes.Add(StaticMarkerKey::Latitude, edtLatitude->text());
+    attributes.Add(StaticMarkerKey::Longitude, edtLongitude->text());
+    attributes.Add(StaticMarkerKey::ImageCategory, MarkerCategory::Misc);
+    attributes.Add(StaticMarkerKey::ImageIndex, QStringLiteral("1"));
+    attributes.Add(StaticMarkerKey::Notes, QString());
+    pin->SetHint(edtTitle->text());
+    Memo1->clear();
+    PageControl1->setCurrentIndex(0);
+  } else if (KestrelStaticMarker) {
+    MarkerHoldTitle = Attr(KestrelStaticMarker, StaticMarkerKey::Title);
+    MarkerHoldLatitude = Attr(KestrelStaticMarker, StaticMarkerKey::Latitude);
+    MarkerHoldLongitude = Attr(KestrelStaticMarker, StaticMarkerKey::Longitude);
+    MarkerHoldImageCategory = Attr(KestrelStaticMarker, StaticMarkerKey::ImageCategory);
+    MarkerHoldImageIndex = Attr(KestrelStaticMarker, StaticMarkerKey::ImageIndex);
+    MarkerHoldNotes = Attr(KestrelStaticMarker, StaticMarkerKey::Notes);
+    MarkerHoldImage = KestrelStaticMarker->Image();
+  }
+
+  edtSearch->clear();
+  SearchList.clear();
+  btnPrev->setEnabled(false);
+  btnNext->setEnabled(false);
+
+  if (!KestrelStaticMarker)
+    return;
+  const QString category = Attr(KestrelStaticMarker, StaticMarkerKey::ImageCategory);
+  const QString index = Attr(KestrelStaticMarker, StaticMarkerKey::ImageIndex);
+  for (int tab = 0; tab < MarkerCategory::TabOrder().size(); ++tab) {
+    if (category != MarkerCategory::TabOrder().at(tab))
+      continue;
+    PageControl1->setCurrentIndex(tab);
+    QListWidget* list = ListOf(category);
+    list->clearSelection();
+    list->setCurrentRow(-1);
+    for (int row = 0; row < list->count(); ++row) {
+      if (QString::number(list->item(row)->data(ImageIndexRole).toInt()) == index) {
+        list->setCurrentRow(row);
+        list->scrollToItem(list->item(row));
+        break;
+      }
+    }
+    break;
+  }
+}
+
+void TfrmMarkers::FormResize()
+{
+  if (pnlBottom && Memo1)
+    Memo1->setFixedWidth(std::max(0, pnlBottom->width() - 128));
+}
+
+void TfrmMarkers::FormMouseLeave()
+{
+  if (OnMouseLeave)
+    OnMouseLeave();
+}
+
+void TfrmMarkers::edtTitleChange()
+{
+  btnOk->setEnabled(!edtTitle->text().isEmpty() && !edtLatitude->text().isEmpty() &&
+                    !edtLongitude->text().isEmpty());
+}
+
+void TfrmMarkers::edtSearchKeyDown(int key)
+{
+  if (key == Qt::Key_Return || key == Qt::Key_Enter)
+    btnSearch->click();
+}
+
+void TfrmMarkers::btnOkClick()
+{
+  if (!KestrelStaticMarker)
+    return;
+  TvxMapItemAttributes& attributes = KestrelStaticMarker->Attributes();
+  const QString title = edtTitle->text();
+  attributes.Add(StaticMarkerKey::Latitude, edtLatitude->text());
+  attributes.Add(StaticMarkerKey::Longitude, edtLongitude->text());
+  attributes.Add(StaticMarkerKey::Title, title);
+  TStaticMarkers::SetMarkerName(KestrelStaticMarker, title);
+  attributes.Add(StaticMarkerKey::Notes, Memo1->toPlainText());
+  KestrelStaticMarker->SetHint(title);
+  if (lbStaticMarkers) {
+    if (EditMode) {
+      for (int row = 0; row < lbStaticMarkers->count(); ++row)
+        if (lbStaticMarkers->item(row)->text() == MarkerHoldTitle)
+          lbStaticMarkers->item(row)->setText(title);
+    } else {
+      lbStaticMarkers->addItem(title);
+    }
+  }
+  close();
+}
+
+void TfrmMarkers::btnCancelClick()
+{
+  if (KestrelStaticMarkers && KestrelStaticMarker) {
+    if (EditMode) {
+      TvxMapPushpin* pin = KestrelStaticMarker;
+      TvxMapItemAttributes& attributes = pin->Attributes();
+      TStaticMarkers::SetMarkerName(pin, MarkerHoldTitle);
+      attributes.Add(StaticMarkerKey::Title, MarkerHoldTitle);
+      TvxMapControlGeoPoint point = pin->Location().GeoPoint();
+      attributes.Add(StaticMarkerKey::Latitude, MarkerHoldLatitude);
+      // Held texts were numbers when the marker was made or loaded.
+      if (const auto lat = NumberText::TryStrToFloat(MarkerHoldLatitude))
+        point.Latitude = *lat;
+      pin->SetLocation(point);
+      attributes.Add(StaticMarkerKey::Longitude, MarkerHoldLongitude);
+      if (const auto lon = NumberText::TryStrToFloat(MarkerHoldLongitude))
+        point.Longitude = *lon;
+      pin->SetLocation(point);
+      attributes.Add(StaticMarkerKey::ImageCategory, MarkerHoldImageCategory);
+      attributes.Add(StaticMarkerKey::ImageIndex, MarkerHoldImageIndex);
+      attributes.Add(StaticMarkerKey::Notes, MarkerHoldNotes);
+      pin->SetImage(MarkerHoldImage);
+    } else {
+      // By the edit's text, not the held title: an edited title matches
+      // nothing and the new pin stays, without a row. Kept as designed.
+      TvxMapItems& items = KestrelStaticMarkers->MapItems();
+      const int count = items.Count();
+      const QString title = edtTitle->text();
+      for (int i = count - 1; i >= 0; --i) {
+        if (TStaticMarkers::Text(items.Items(i), StaticMarkerKey::Title) != title)
+          continue;
+        if (items.Items(i) == KestrelStaticMarker)
+          KestrelStaticMarker = nullptr;
+        items.Delete(i);
+      }
+    }
+  }
+  hide();
+}
+
+void TfrmMarkers::ListClick(const QString& category)
+{
+  QListWidget* list = ListOf(category);
+  const QList<QListWidgetItem*> selected = list->selectedItems();
+  if (selected.isEmpty() || !KestrelStaticMarker)
+    return;
+  const int index = selected.first()->data(ImageIndexRole).toInt();
+  KestrelStaticMarker->Attributes().Add(StaticMarkerKey::ImageCategory, category);
+  KestrelStaticMarker->Attributes().Add(StaticMarkerKey::ImageIndex, index);
+  KestrelStaticMarker->SetImage(MarkerImageLists().ByCategory(category)->Image(index));
+}
+
+void TfrmMarkers::edtTitleExit()
+{
+  if (edtTitle->text() == MarkerHoldTitle || !lbStaticMarkers)
+    return;
+  for (int row = 0; row < lbStaticMarkers->count(); ++row) {
+    if (lbStaticMarkers->item(row)->text() != edtTitle->text())
+      continue;
+    FInExit = true;
+    Dialogs::Get().ShowMessage(QStringLiteral("This Marker Title Already Exists!  Please Choose a Unique Name."));
+    edtTitle->setText(MarkerHoldTitle);
+    edtTitle->setFocus();
+    FInExit = false;
+    return;
+  }
+}
+
+void TfrmMarkers::SetMarkerCoordinate(bool latitude, double value)
+{
+  if (!KestrelStaticMarker)
+    return;
+  TvxMapControlGeoPoint point = KestrelStaticMarker->Location().GeoPoint();
+  (latitude ? point.Latitude : point.Longitude) = value;
+  KestrelStaticMarker->SetLocation(point);
+}
+
+void TfrmMarkers::edtLatitudeExit()
+{
+  if (edtLatitude->text().isEmpty())
+    return;
+  if (const auto value = NumberText::TryStrToFloat(edtLatitude->text())) {
+    SetMarkerCoordinate(true, *value);
+    return;
+  }
+  FInExit = true;
+  Dialogs::Get().ShowMessage(QStringLiteral("Invalid Latitude Value!"));
+  edtLatitude->setFocus();
+  FInExit = false;
+}
+
+void TfrmMarkers::edtLongitudeExit()
+{
+  if (edtLongitude->text().isEmpty())
+    return;
+  if (const auto value = NumberText::TryStrToFloat(edtLongitude->text())) {
+    SetMarkerCoordinate(false, *value);
+    return;
+  }
+  FInExit = true;
+  Dialogs::Get().ShowMessage(QStringLiteral("Invalid Longitude Value!"));
+  edtLongitude->setFocus();
+  FInExit = false;
+}
+
+void TfrmMarkers::btnSearchClick()
+{
+  const QString text = edtSearch->text();
+  SearchList.clear();
+  btnPrev->setEnabled(false);
+  btnNext->setEnabled(false);
+  if (text.isEmpty())
+    return;
+  const QString wanted = text.toUpper();
+  for (const QString& category : MarkerCategory::TabOrder()) {
+    const QListWidget* list = ListOf(category);
+    for (int row = 0; row < list->count(); ++row)
+      if (list->item(row)->text().toUpper().contains(wanted))
+        SearchList.append({category, row});
+  }
+  SearchIndex = -1;
+  if (SearchList.isEmpty())
+    return;
+  ShowSearchItem(SearchList.first());
+  SearchIndex = 0;
+  btnPrev->setEnabled(false);
+  btnNext->setEnabled(SearchList.size() > 1);
+}
+
+void TfrmMarkers::ShowSearchItem(const TSearchResult& result)
+{
+  const int tab = int(MarkerCategory::TabOrder().indexOf(result.ListName));
+  if (tab < 0)
+    return;
+  PageControl1->setCurrentIndex(tab);
+  QListWidget* list = ListOf(result.ListName);
+  // Selecting by code fires no click: the marker keeps its image.
+  list->setCurrentRow(result.ListIndex);
+  list->scrollToItem(list->item(result.ListIndex));
+}
+
+void TfrmMarkers::btnNextClick()
+{
+  ++SearchIndex;
+  btnPrev->setEnabled(SearchIndex > 0);
+  btnNext->setEnabled(SearchIndex < SearchList.size() - 1);
+  if (SearchIndex >= 0 && SearchIndex < SearchList.size())
+    ShowSearchItem(SearchList.at(SearchIndex));
+}
+
+void TfrmMarkers::btnPrevClick()
+{
+  --SearchIndex;
+  btnPrev->setEnabled(SearchIndex > 0);
+  btnNext->setEnabled(SearchIndex < SearchList.size() - 1);
+  if (SearchIndex >= 0 && SearchIndex < SearchList.size())
+    ShowSearchItem(SearchList.at(SearchIndex));
+}
+
+void TfrmMarkers::Image1Click()
+{
+  if (OnOpenUrl)
+    OnOpenUrl(IconCollectionUrl);
+  else
+    QDesktopServices::openUrl(QUrl(IconCollectionUrl));
+}
+
+void TfrmMarkers::RefreshCustomStaticMarkers()
+{
+  lbCustom->clear();
+  TMarkerImageList& images = MarkerImageLists().CustomImageList;
+  if (!Globals::CustomImageInfoList) {
+    images.Clear();
+    return;
+  }
+  TStaticMarkers::RefreshCustomImages(*Globals::CustomImageInfoList, images, [&](const QString& caption, int index) {
+    lbCustom->addItem(caption);
+    SetListRowImage(lbCustom, lbCustom->count() - 1, images, index);
+  });
+  lbCustom->update();
 }

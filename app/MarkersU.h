@@ -1,15 +1,157 @@
 #pragma once
 
-#include <QDialog>
+// The marker editor: title, position, notes and image of one static
+// marker. It stays open beside the map without modality, so that a click
+// on the map can move the marker; the marker is live on the map the whole
+// time and Cancel puts it back.
 
-// Markers. Created once at start, in the start-up order, and kept until the
-// process ends; its content arrives with the work that needs it.
+#include <QDialog>
+#include <QImage>
+#include <QList>
+#include <functional>
+
+class QFrame;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QPlainTextEdit;
+class QPushButton;
+class QTabWidget;
+class TMarkerImageList;
+class TvxCustomMapControl;
+class TvxMapItemLayer;
+class TvxMapPushpin;
+
+// One hit of the image search: a category and a row of its list.
+struct TSearchResult
+{
+  QString ListName;
+  int ListIndex = 0;
+};
+
 class TfrmMarkers : public QDialog
 {
   Q_OBJECT
 
 public:
   explicit TfrmMarkers(QWidget* parent = nullptr);
+  ~TfrmMarkers() override;
+
+  // Handed over by the main form before showing.
+  TvxCustomMapControl* MapControl = nullptr;
+  TvxMapItemLayer* KestrelStaticMarkers = nullptr;
+  TvxMapPushpin* KestrelStaticMarker = nullptr; // made here when adding
+  QListWidget* lbStaticMarkers = nullptr;
+  bool EditMode = false;
+  // The window the dialog opens centred on.
+  QWidget* CentreOn = nullptr;
+  // The mouse left the dialog: the next mouse-up on the map counts.
+  std::function<void()> OnMouseLeave;
+  // Opens the icon collection's page; replaced in tests.
+  std::function<void(const QString& url)> OnOpenUrl;
+
+  // What Cancel and the title check go back to.
+  QString MarkerHoldTitle;
+  QString MarkerHoldNotes;
+  QString MarkerHoldLatitude;
+  QString MarkerHoldLongitude;
+  QString MarkerHoldImageCategory;
+  QString MarkerHoldImageIndex;
+  QImage MarkerHoldImage;
+
+  QList<TSearchResult> SearchList;
+  int SearchIndex = -1;
+
+  // The public page of the icon collections the images come from.
+  static const QString IconCollectionUrl;
+
+  // Shows without modality; FormShow runs on every showing.
+  void Show();
+  bool OnMiscPage() const;
+
+  // Handlers, as the form wires them.
+  void FormShow();
+  void FormResize();
+  void FormMouseLeave();
+  void edtTitleChange();
+  void edtSearchKeyDown(int key);
+  void btnOkClick();
+  void btnCancelClick();
+  void ListClick(const QString& category);
+  void edtTitleExit();
+  void edtLatitudeExit();
+  void edtLongitudeExit();
+  void btnSearchClick();
+  void ShowSearchItem(const TSearchResult& result);
+  void btnNextClick();
+  void btnPrevClick();
+  void Image1Click();
+  // Rebuilds the Custom tab from the custom image records.
+  void RefreshCustomStaticMarkers();
+
+  // The list of a category's tab; null for unknown texts.
+  QListWidget* ListOf(const QString& category) const;
+  // Whether the key filter of the coordinate boxes lets this text through.
+  static bool CoordinateKeyAllowed(const QString& text);
+
+  // Controls, named as in the design.
+  QFrame* pnlTop = nullptr;
+  QLabel* Label1 = nullptr;
+  QLineEdit* edtTitle = nullptr;
+  QLabel* Ima = nullptr;
+  QLabel* Image1 = nullptr;
+  QFrame* pnlImages = nullptr;
+  QTabWidget* PageControl1 = nullptr;
+  QWidget* TabSheet1 = nullptr;
+  QWidget* TabSheet2 = nullptr;
+  QWidget* TabSheet3 = nullptr;
+  QWidget* TabSheet4 = nullptr;
+  QWidget* TabSheet5 = nullptr;
+  QWidget* TabSheet6 = nullptr;
+  QWidget* TabSheet7 = nullptr;
+  QWidget* TabSheet8 = nullptr;
+  QListWidget* lbIndustry = nullptr;
+  QListWidget* lbNature = nullptr;
+  QListWidget* lbTransportation = nullptr;
+  QListWidget* lbPeople = nullptr;
+  QListWidget* lbMedia = nullptr;
+  QListWidget* lbTourism = nullptr;
+  QListWidget* lbMisc = nullptr;
+  QListWidget* lbCustom = nullptr;
+  QFrame* pnlSearch = nullptr;
+  QLabel* Label4 = nullptr;
+  QLineEdit* edtSearch = nullptr;
+  QPushButton* btnSearch = nullptr;
+  QPushButton* btnPrev = nullptr;
+  QPushButton* btnNext = nullptr;
+  QFrame* pnlBottom = nullptr;
+  QLabel* Label2 = nullptr;
+  QLineEdit* edtLatitude = nullptr;
+  QLabel* Label3 = nullptr;
+  QLineEdit* edtLongitude = nullptr;
+  QLabel* Notes = nullptr;
+  QPlainTextEdit* Memo1 = nullptr;
+  QFrame* Panel2 = nullptr;
+  QPushButton* btnOk = nullptr;
+  QPushButton* btnCancel = nullptr;
+
+protected:
+  void showEvent(QShowEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void leaveEvent(QEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+  void BuildControls();
+  QListWidget* AddTab(QWidget*& sheet, const QString& category);
+  void FillList(QListWidget* list, const QString& category);
+  void SetListRowImage(QListWidget* list, int row, const TMarkerImageList& images, int index);
+  void LayOutColumns(QListWidget* list);
+  // Runs a handler; what escapes it is shown in the general failure box.
+  void RunHandler(const std::function<void()>& handler);
+  // Geographic point of the marker with one coordinate replaced.
+  void SetMarkerCoordinate(bool latitude, double value);
+  bool FInExit = false;
 };
 
 extern TfrmMarkers* frmMarkers;

@@ -196,6 +196,23 @@ TvxMapItem::~TvxMapItem()
   FAttributes.reset();
 }
 
+bool TvxMapItem::IsValidName(const QString& AValue)
+{
+  if (AValue.isEmpty())
+    return true;
+  if (AValue.at(0).isDigit())
+    return false;
+  return std::all_of(AValue.begin(), AValue.end(),
+                     [](QChar c) { return c == QLatin1Char('_') || c.isLetterOrNumber(); });
+}
+
+void TvxMapItem::SetName(const QString& AValue)
+{
+  if (!IsValidName(AValue))
+    throw EvxComponentNameError(QStringLiteral("Component name \"%1\" is not valid").arg(AValue).toStdString());
+  FName = AValue;
+}
+
 void TvxMapItem::InitializeViewInfo()
 {
   FViewInfo = CreateViewInfo();

@@ -88,6 +88,13 @@ private:
   TvxMapItemTitleVisibility FVisibility = mitvAuto;
 };
 
+// A component name that is no identifier.
+class EvxComponentNameError : public std::invalid_argument
+{
+public:
+  using std::invalid_argument::invalid_argument;
+};
+
 class TvxMapItem : public IvxMapItem
 {
 public:
@@ -109,6 +116,16 @@ public:
   // Moves the item within its collection; the others shift to make room.
   void SetIndex(int AValue);
   TvxMapItemViewInfo* ViewInfo() const { return FViewInfo.get(); }
+
+  // The component name: empty, or an identifier (letters, digits and
+  // underscores, not beginning with a digit). Anything else throws
+  // EvxComponentNameError and leaves the name as it was.
+  const QString& Name() const { return FName; }
+  void SetName(const QString& AValue);
+  static bool IsValidName(const QString& AValue);
+  // Free for the owner; the program tells its marker kinds by it.
+  int Tag() const { return FTag; }
+  void SetTag(int AValue) { FTag = AValue; }
 
   TvxMapItemAttributes& Attributes() { return *FAttributes; }
   const TvxMapItemAttributes& Attributes() const { return *FAttributes; }
@@ -162,6 +179,8 @@ private:
   void InitializeViewInfo();
 
   TvxMapItems* FCollection;
+  QString FName;
+  int FTag = 0;
   std::unique_ptr<TvxMapItemAttributes> FAttributes;
   QString FHint;
   TvxCustomMapItemLayer* FLayer;
