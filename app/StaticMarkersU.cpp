@@ -96,9 +96,9 @@ QString XmlSafe(const QString& text)
 // file. The declaration names the version only, and nothing is indented.
 void WriteDocument(const QString& fileName, const QString& rootName, const std::vector<TAttributeList>& markers)
 {
-  QByteArray bytes = QByteArrayLiteral("<?xml version=\"1.0\"?>");
+  QByteArray body;
   {
-    QXmlStreamWriter writer(&bytes);
+    QXmlStreamWriter writer(&body);
     writer.setAutoFormatting(false);
     writer.writeStartElement(rootName);
     writer.writeStartElement(MarkersNode);
@@ -111,6 +111,7 @@ void WriteDocument(const QString& fileName, const QString& rootName, const std::
     writer.writeEndElement();
     writer.writeEndElement();
   }
+  const QByteArray bytes = QByteArrayLiteral("<?xml version=\"1.0\"?>") + body;
   QSaveFile file(fileName);
   if (!file.open(QIODevice::WriteOnly))
     throw EMapwrightError(QStringLiteral("Cannot create \"%1\": %2").arg(QDir::toNativeSeparators(fileName),
