@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QImage>
 #include <QProcess>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -215,6 +216,77 @@ private Q_SLOTS:
     QVERIFY(ini.contains("; kept comment\r\nMyKey=kept\r\n"));
     QVERIFY(ini.contains("[Elsewhere]\r\nOther=1"));
     QVERIFY(ini.contains("TCPPort=" + QByteArray::number(parent.Server.serverPort())));
+  }
+
+  // Static markers and custom images are read at start and written back
+  // at SHUTDOWN in the program's own form; a file that could not be read
+  // is kept beside the new one as NAME.unreadable.
+  void markerFilesWrittenBackAtShutdown()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    const QString maps = parent.Config.filePath(QStringLiteral("Maps"));
+    QDir(maps).mkpath(QStringLiteral("Layers"));
+    QDir(maps).mkpath(QStringLiteral("CustomMarkerImages"));
+    const QString png = maps + QStringLiteral("/CustomMarkerImages/hydrant.png");
+    QImage image(32, 37, QImage::Format_ARGB32);
+    image.fill(Qt::magenta);
+    QVERIFY(image.save(png, "PNG"));
+    const auto write = [&](const QString& relative, const QByteArray& bytes) {
+      QFile file(maps + QLatin1Char('/') + relative);
+      QVERIFY(file.open(QIODevice::WriteOnly));
+      file.write(bytes);
+    };
+    const auto read = [&](const QString& relative) {
+      QFile file(maps + QLatin1Char('/') + relative);
+      return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+    };
+    write(QStringLiteral("Layers/StaticMarkers.xml"),
+          "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n<KestrelStaticMarkerInfo>\r\n  <Markers>\r\n"
+          "    <Marker Notes=\"Key at&#10;the desk\" ImageIndex=\"0\" ImageCategory=\"Custom\" "
+          "Longitude=\"-80.3389\" Latitude=\"41.3135\" Title=\"Hydrant 1\"/>\r\n"
+          "    <Marker Title=\"Gate\" Latitude=\"41.3133\" Longitude=\"-80.3387\" ImageCategory=\"Misc\" "
+          "ImageIndex=\"2\"/>\r\n  </Markers>\r\n</KestrelStaticMarkerInfo>\r\n");
+    write(QStringLiteral("CustomMarkerImages/CustomMarkers.xml"),
+          "<KestrelCustomMarkerInfo><Markers>\n<Marker Caption=\"Hydrant\" FileName=\"" + png.toUtf8() +
+            "\"/>\n<Marker Caption=\"Lost\" FileName=\"/nonexistent/lost.png\"/>\n</Markers>"
+            "</KestrelCustomMarkerInfo>\n");
+    parent.Start({parent.Config.path(), QStringLiteral("Config")});
+    QVERIFY(parent.WaitForPeer());
+    QTest::qWait(300);
+    QVERIFY(parent.Finish());
+    QCOMPARE(parent.Process.exitCode(), 0);
+    const QByteArray errors = parent.StandardError();
+    QVERIFY2(!errors.contains("mapwright: message:"), errors.constData());
+    QCOMPARE(read(QStringLiteral("Layers/StaticMarkers.xml")),
+             QByteArray("<?xml version=\"1.0\"?><KestrelStaticMarkerInfo><Markers>"
+                        "<Marker Title=\"Hydrant 1\" Latitude=\"41.3135\" Longitude=\"-80.3389\" "
+                        "ImageCategory=\"Custom\" ImageIndex=\"0\" Notes=\"Key at&#10;the desk\"/>"
+                        "<Marker Title=\"Gate\" Latitude=\"41.3133\" Longitude=\"-80.3387\" ImageCategory=\"Misc\" "
+                        "ImageIndex=\"2\" Notes=\"\"/></Markers></KestrelStaticMarkerInfo>"));
+    // The image whose file is gone drops out of the list.
+    QCOMPARE(read(QStringLiteral("CustomMarkerImages/CustomMarkers.xml")),
+             "<?xml version=\"1.0\"?><KestrelCustomMarkerInfo><Markers><Marker FileName=\"" + png.toUtf8() +
+               "\" Caption=\"Hydrant\"/></Markers></KestrelCustomMarkerInfo>");
+    QVERIFY(!QFile::exists(maps + QStringLiteral("/Layers/StaticMarkers.xml.unreadable")));
+
+    // A broken file: the prefixed message, the markers read before the
+    // fault, and the original kept at close.
+    const QByteArray broken = "<KestrelStaticMarkerInfo><Markers><Marker Title=\"A\" Latitude=\"1\" Longitude=\"2\"/>"
+                              "<Marker Title=\"No #2\" Latitude=\"3\" Longitude=\"4\"/>"
+                              "<Marker Title=\"C\" Latitude=\"5\" Longitude=\"6\"/></Markers></KestrelStaticMarkerInfo>";
+    write(QStringLiteral("Layers/StaticMarkers.xml"), broken);
+    parent.Start({parent.Config.path(), QStringLiteral("Config")});
+    QVERIFY(parent.WaitForPeer());
+    QByteArray secondErrors;
+    QVERIFY(QTest::qWaitFor([&] {
+      secondErrors += parent.StandardError();
+      return secondErrors.contains("mapwright: message: Error Reading Layers: ");
+    }, 5000));
+    QVERIFY(parent.Finish());
+    QCOMPARE(read(QStringLiteral("Layers/StaticMarkers.xml.unreadable")), broken);
+    const QByteArray now = read(QStringLiteral("Layers/StaticMarkers.xml"));
+    QVERIFY2(now.contains("Title=\"A\"") && !now.contains("Title=\"C\""), now.constData());
   }
 
   // Frames end at a CR only: split frames are taken once, two in a segment
