@@ -1,15 +1,117 @@
 #include "GoldenImage.h"
+#include "MarkerImagesU.h"
+#include "NumberTextU.h"
 #include "Render.h"
 #include "StatusImagesU.h"
 #include "vxMapControlKmlFileLoader.h"
 #include "vxMapControlShapeFileLoader.h"
 #include "vxTestTileServer.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
+#include <QPainter>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cmath>
+
+namespace
+{
+
+void WriteFile(const QString& AFileName, const QByteArray& AContent, bool AAppend = false)
+{
+  QDir().mkpath(QFileInfo(AFileName).path());
+  QFile LFile(AFileName);
+  QVERIFY(LFile.open(AAppend ? QIODevice::Append : QIODevice::WriteOnly));
+  QCOMPARE(LFile.write(AContent), AContent.size());
+}
+
+// A tile in a configuration's cache, listed in the cache map as the
+// program lists what it downloaded.
+void AddCachedTile(const QString& ASite, const QString& APrefix, int AX, int AY, int AZ, const QImage& AImage)
+{
+  const QString LName = QStringLiteral("%1_%2_%3_%4.teramapcache").arg(APrefix).arg(AX).arg(AY).arg(AZ);
+  const QString LFile = ASite + QStringLiteral("/Maps/MapCache/") + LName;
+  QDir().mkpath(QFileInfo(LFile).path());
+  QVERIFY(AImage.save(LFile, "PNG"));
+  WriteFile(ASite + QStringLiteral("/Maps/MapCache/vxcache.map"),
+            LName.toUtf8() + ":45000:" + QByteArray::number(QFileInfo(LFile).size()) + '\n', true);
+}
+
+// A tile of one colour from a row down, transparent above it.
+QImage Filled(const QColor& AColour, int AFromRow = 0)
+{
+  QImage LImage(256, 256, QImage::Format_ARGB32);
+  LImage.fill(Qt::transparent);
+  QPainter(&LImage).fillRect(0, AFromRow, 256, 256 - AFromRow, AColour);
+  return LImage;
+}
+
+// One colour per tile, so that a tile in the wrong place shows.
+QColor TileColour(int AX, int AY, int AZ)
+{
+  return QColor(40 + AX % 8 * 25, 40 + AY % 8 * 25, AZ % 2 ? 200 : 60);
+}
+
+// Spherical Mercator, in pixels of the world at a zoom level.
+QPointF WorldPixel(double ALat, double ALon, double AZoom)
+{
+  const double LSize = 256 * std::pow(2.0, AZoom);
+  const double LSin = std::sin(ALat * M_PI / 180);
+  return {(ALon + 180) / 360 * LSize, (0.5 - std::log((1 + LSin) / (1 - LSin)) / (4 * M_PI)) * LSize};
+}
+
+QByteArray Startup(double ALat, double ALon, const QString& AMore)
+{
+  return QStringLiteral("[Startup]\r\nStartLat=%1\r\nStartLon=%2\r\n%3\r\n")
+    .arg(NumberText::FloatToStr(ALat), NumberText::FloatToStr(ALon), AMore)
+    .toUtf8();
+}
+
+struct TMarker
+{
+  double Latitude;
+  double Longitude;
+  QImage Image;
+};
+
+// How far a view of one-colour tiles at an integer zoom, with marker images
+// centred on their points, is from what it should be: the largest
+// difference of a channel, off the tile edges where rounding decides.
+int ViewError(const QImage& AView, double ALat, double ALon, int AZ, const QList<TMarker>& AMarkers)
+{
+  const QPointF LOrigin = WorldPixel(ALat, ALon, AZ) - QPointF(AView.width() / 2.0, AView.height() / 2.0);
+  QImage LExpected(AView.size(), QImage::Format_ARGB32);
+  for (int Y = 0; Y < AView.height(); ++Y)
+    for (int X = 0; X < AView.width(); ++X)
+    {
+      const QPointF W = LOrigin + QPointF(X, Y);
+      LExpected.setPixelColor(X, Y, TileColour(int(W.x() / 256), int(W.y() / 256), AZ));
+    }
+  QPainter LPainter(&LExpected);
+  for (const TMarker& LMarker : AMarkers)
+    LPainter.drawImage((WorldPixel(LMarker.Latitude, LMarker.Longitude, AZ) - LOrigin).toPoint() -
+                         QPoint(LMarker.Image.width() / 2, (LMarker.Image.height() + 1) / 2),
+                       LMarker.Image);
+  LPainter.end();
+  int LWorst = 0;
+  for (int Y = 0; Y < AView.height(); ++Y)
+    for (int X = 0; X < AView.width(); ++X)
+    {
+      const QPointF W = LOrigin + QPointF(X, Y);
+      if (std::abs(std::remainder(W.x(), 256.0)) < 2 || std::abs(std::remainder(W.y(), 256.0)) < 2)
+        continue;
+      const QColor A = AView.pixelColor(X, Y), E = LExpected.pixelColor(X, Y);
+      LWorst = std::max({LWorst, std::abs(A.red() - E.red()), std::abs(A.green() - E.green()),
+                         std::abs(A.blue() - E.blue())});
+    }
+  return LWorst;
+}
+
+} // namespace
 
 class TestRender : public QObject
 {
@@ -84,7 +186,6 @@ private Q_SLOTS:
     QVERIFY(LTileColoured > 0);
   }
 
-  // Every mistake exits 2 with a message that names it.
   // Frames go through the live marker store: the selected person's image
   // and circle are drawn; a frame that is no XML is reported by its line
   // and the others still count.
@@ -137,11 +238,146 @@ private Q_SLOTS:
              2);
   }
 
+  // A configuration shows its start view: its base map's tiles from its
+  // cache, and its static markers with their category images, a custom
+  // image among them. --center and --zoom move the view.
+  void ConfigurationStartView()
+  {
+    const QString LSite = Out(QStringLiteral("site"));
+    WriteFile(LSite + QStringLiteral("/Maps/Mapwright.ini"),
+              Startup(41.3133, -80.3387, QStringLiteral("StartZoom=14\r\nBaseMapIdx=1")));
+    // The tiles under both views; the ring round them is left out.
+    for (const auto& [LLat, LLon, LZ] : {std::tuple(41.3133, -80.3387, 14), std::tuple(41.32, -80.33, 15)})
+    {
+      const QPointF LCentre = WorldPixel(LLat, LLon, LZ) / 256;
+      for (int Y = int(LCentre.y()) - 1; Y <= int(LCentre.y()) + 1; ++Y)
+        for (int X = int(LCentre.x()) - 1; X <= int(LCentre.x()) + 1; ++X)
+          AddCachedTile(LSite, QStringLiteral("ArcGIS_WS"), X, Y, LZ, Filled(TileColour(X, Y, LZ)));
+    }
+    QImage LFlag(24, 20, QImage::Format_ARGB32);
+    LFlag.fill(QColor(220, 30, 30));
+    QPainter(&LFlag).fillRect(2, 4, 8, 8, QColor(20, 40, 230, 128));
+    LFlag.save(LSite + QStringLiteral("/flag.png"));
+    WriteFile(LSite + QStringLiteral("/Maps/CustomMarkerImages/CustomMarkers.xml"),
+              QStringLiteral("<?xml version=\"1.0\"?><KestrelCustomMarkerInfo><Markers><Marker FileName=\"%1\" "
+                             "Caption=\"Flag\"/></Markers></KestrelCustomMarkerInfo>")
+                .arg(LSite + QStringLiteral("/flag.png"))
+                .toUtf8());
+    WriteFile(LSite + QStringLiteral("/Maps/Layers/StaticMarkers.xml"),
+              "<?xml version=\"1.0\"?><KestrelStaticMarkerInfo><Markers>"
+              "<Marker Title=\"Gate\" Latitude=\"41.3173\" Longitude=\"-80.3467\" ImageCategory=\"Misc\" "
+              "ImageIndex=\"2\" Notes=\"\"/>"
+              "<Marker Title=\"Bus Depot\" Latitude=\"41.3103\" Longitude=\"-80.3327\" "
+              "ImageCategory=\"Transportation\" ImageIndex=\"10\" Notes=\"x\"/>"
+              "<Marker Title=\"Flag\" Latitude=\"41.3143\" Longitude=\"-80.3287\" ImageCategory=\"Custom\" "
+              "ImageIndex=\"0\" Notes=\"\"/>"
+              "</Markers></KestrelStaticMarkerInfo>");
+    QFile LMap(LSite + QStringLiteral("/Maps/MapCache/vxcache.map"));
+    QVERIFY(LMap.open(QIODevice::ReadOnly));
+    const QByteArray LMapBefore = LMap.readAll();
+
+    const QString LOut = Out(QStringLiteral("site.png"));
+    const QStringList LArgs = {QStringLiteral("--size"),          QStringLiteral("384x256"), QStringLiteral("--out"),
+                               LOut, QStringLiteral("--no-navigation"), QStringLiteral("--config"), LSite};
+    QByteArray LErrors;
+    QCOMPARE(vxRenderRun(LArgs, LErrors), 0);
+    QCOMPARE(LErrors, QByteArray("mapwright-render: some tiles are not in the cache; written without them\n"));
+    const TMarkerImageLists& LLists = MarkerImageLists();
+    const QList<TMarker> LMarkers = {{41.3173, -80.3467, LLists.MiscImageList.Image(2)},
+                                     {41.3103, -80.3327, LLists.TransportationImageList.Image(10)},
+                                     {41.3143, -80.3287, LLists.CustomImageList.Image(0)}};
+    QVERIFY(!LMarkers[2].Image.isNull());
+    QCOMPARE_LE(ViewError(QImage(LOut), 41.3133, -80.3387, 14, LMarkers), 3);
+    // The site's cache is read, never written.
+    LMap.seek(0);
+    QCOMPARE(LMap.readAll(), LMapBefore);
+
+    QCOMPARE(vxRenderRun(LArgs + QStringList{QStringLiteral("--center"), QStringLiteral("41.32,-80.33"),
+                                             QStringLiteral("--zoom"), QStringLiteral("15")},
+                         LErrors),
+             0);
+    QCOMPARE_LE(ViewError(QImage(LOut), 41.32, -80.33, 15, LMarkers), 3);
+  }
+
+  // The base map of the catalogue position, from its own cache files: an
+  // Azure map only with a key (else the first base map), Azure Hybrid as
+  // two layers, USA Topo's tiles stretched past its deepest level.
+  void ConfigurationBaseMaps()
+  {
+    const QStringList LPrefixes = {
+      QStringLiteral("ArcGIS_WI"),  QStringLiteral("ArcGIS_WS"),       QStringLiteral("ArcGIS_WT"),
+      QStringLiteral("ArcGIS_NGW"), QStringLiteral("ArcGIS_UT"),       QStringLiteral("openstreet"),
+      QStringLiteral("azure_Satellite"), QStringLiteral("azure_HybridRoad"), QStringLiteral("azure_Road")};
+    const QString LKey = QStringLiteral("\r\n[AzureMaps]\r\nMapKey=k");
+    const struct
+    {
+      QString Ini;
+      QStringList Shown; // bottom to top
+      int Zoom;
+    } LCases[] = {
+      {QStringLiteral("BaseMapIdx=5"), {QStringLiteral("openstreet")}, 12},
+      {QStringLiteral("BaseMapIdx=7"), {QStringLiteral("ArcGIS_WI")}, 12},
+      {QStringLiteral("BaseMapIdx=7") + LKey,
+       {QStringLiteral("azure_Satellite"), QStringLiteral("azure_HybridRoad")},
+       12},
+      {QStringLiteral("BaseMapIdx=8") + LKey, {QStringLiteral("azure_Road")}, 12},
+      {QStringLiteral("BaseMapIdx=4"), {QStringLiteral("ArcGIS_UT")}, 17},
+    };
+    const QColor LDecoy(0, 0, 0);
+    for (int I = 0; I < int(std::size(LCases)); ++I)
+    {
+      const auto& LCase = LCases[I];
+      // Centred on one tile, at most of level 15 for USA Topo.
+      const int LLevel = std::min(LCase.Zoom, 15), LX = 1072 << (LLevel - 11), LY = 717 << (LLevel - 11);
+      const double LN = std::ldexp(1.0, LLevel);
+      const double LLat = std::atan(std::sinh(M_PI * (1 - 2 * (LY + 0.5) / LN))) * 180 / M_PI;
+      const double LLon = (LX + 0.5) / LN * 360 - 180;
+      const QString LSite = Out(QStringLiteral("base%1").arg(I));
+      WriteFile(LSite + QStringLiteral("/Maps/Mapwright.ini"),
+                Startup(LLat, LLon, QStringLiteral("StartZoom=%1\r\n").arg(LCase.Zoom) + LCase.Ini));
+      for (const QString& LPrefix : LPrefixes)
+        if (!LCase.Shown.contains(LPrefix))
+          AddCachedTile(LSite, LPrefix, LX, LY, LLevel, Filled(LDecoy));
+      // Each layer covers its own band of rows and those below.
+      const int LBand = 256 / int(LCase.Shown.size());
+      for (int L = 0; L < LCase.Shown.size(); ++L)
+        AddCachedTile(LSite, LCase.Shown[L], LX, LY, LLevel, Filled(QColor(200, 60 + 100 * L, 40), L * LBand));
+      QByteArray LErrors;
+      QCOMPARE(vxRenderRun({QStringLiteral("--size"), QStringLiteral("160x160"), QStringLiteral("--out"),
+                            Out(QStringLiteral("base.png")), QStringLiteral("--no-navigation"),
+                            QStringLiteral("--config"), LSite},
+                           LErrors),
+               0);
+      const QImage LView(Out(QStringLiteral("base.png")));
+      const int LScale = 1 << (LCase.Zoom - LLevel);
+      for (int L = 0; L < LCase.Shown.size(); ++L)
+        QVERIFY2(LView.pixelColor(80, 80 + (L * LBand + LBand / 2 - 128) * LScale) == QColor(200, 60 + 100 * L, 40),
+                 qPrintable(QStringLiteral("%1, layer %2").arg(LCase.Ini).arg(L)));
+    }
+  }
+
+  // Every mistake exits 2 with a message that names it, and writes no PNG.
   void BadArguments()
   {
     const QString LOut = Out(QStringLiteral("bad.png"));
+    const QString LBroken = Out(QStringLiteral("broken")), LBrokenCustom = Out(QStringLiteral("broken-custom"));
+    WriteFile(LBroken + QStringLiteral("/Maps/Layers/StaticMarkers.xml"),
+              "<?xml version=\"1.0\"?><KestrelStaticMarkerInfo><Markers><Marker Title=\"Gate\"");
+    WriteFile(LBrokenCustom + QStringLiteral("/Maps/CustomMarkerImages/CustomMarkers.xml"), "<Other/>");
+    QDir().mkpath(Out(QStringLiteral("no-maps")));
+    const auto LConfig = [&LOut](const QString& ADir) {
+      return QStringList{QStringLiteral("--size"), QStringLiteral("64x64"), QStringLiteral("--out"), LOut,
+                         QStringLiteral("--config"), ADir};
+    };
     const QList<QPair<QStringList, QByteArray>> LCases = {
       {{QStringLiteral("--size"), QStringLiteral("512x384")}, "usage:"},
+      {{QStringLiteral("--size"), QStringLiteral("64x64"), QStringLiteral("--out"), LOut, QStringLiteral("--zoom"),
+        QStringLiteral("3")},
+       "usage:"},
+      {LConfig(Out(QStringLiteral("none"))), "no configuration directory"},
+      {LConfig(Out(QStringLiteral("no-maps"))), "has no Maps directory"},
+      {LConfig(LBroken), "mapwright-render: Error Reading Layers: "},
+      {LConfig(LBrokenCustom), "mapwright-render: Error Reading Custom Markers: Node \"KestrelCustomMarkerInfo\""},
       {View(LOut) << QStringLiteral("--zoom") << QStringLiteral("25"), "bad value \"25\" for --zoom"},
       {View(LOut) << QStringLiteral("--tiles") << QStringLiteral("ftp://x/[z]/[x]/[y]"), "for --tiles"},
       {View(LOut) << QStringLiteral("--layer") << QStringLiteral("a.kml:fill=red"), "bad layer option \"fill=red\""},
@@ -154,6 +390,7 @@ private Q_SLOTS:
       QByteArray LErrors;
       QCOMPARE(vxRenderRun(LCase.first, LErrors), 2);
       QVERIFY2(LErrors.contains(LCase.second), LErrors.constData());
+      QVERIFY(!QFile::exists(LOut));
     }
   }
 };

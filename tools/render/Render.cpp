@@ -1,8 +1,15 @@
 #include "Render.h"
 
+#include "ArcGISMapProviderU.h"
+#include "BaseMapsU.h"
 #include "ErrorsU.h"
 #include "FeedMessageU.h"
+#include "GlobalsU.h"
+#include "IniFileU.h"
 #include "LiveMarkersU.h"
+#include "MarkerImagesU.h"
+#include "StaticMarkersU.h"
+#include "vxAzureMapImageryDataProvider.h"
 #include "vxMapItemLayer.h"
 #include "vxMapControl.h"
 #include "vxMapControlMultiScaleTile.h"
@@ -18,6 +25,7 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#include <algorithm>
 #include <cmath>
 #include <exception>
 #include <optional>
@@ -36,10 +44,13 @@ struct TLayerArgument
 struct TRenderArguments
 {
   QSize Size;
+  bool HasCenter = false;
   double Latitude = 0;
   double Longitude = 0;
+  bool HasZoom = false;
   double Zoom = 0;
   QString Out;
+  QString Config;
   QString Tiles;
   QString TileCache;
   QString TilePrefix;
@@ -49,29 +60,176 @@ struct TRenderArguments
   double Wait = 10;
 };
 
-// The tile prefix is the renderer's choice, so that it can read a cache
-// filled under another provider's name.
-QString GRenderTilePrefix;
+// A tile that the cache does not hold becomes a file: URL naming no file,
+// which fails at once: a configuration's base map never goes to the network.
+const QString NoTileUri = QStringLiteral("file:");
 
-class TRenderTileSource : public TvxMapControlOpenStreetMapTileSource
-{
-public:
-  using TvxMapControlOpenStreetMapTileSource::TvxMapControlOpenStreetMapTileSource;
-  QString TilePrefix() const override
-  {
-    return GRenderTilePrefix.isEmpty() ? TvxMapControlOpenStreetMapTileSource::TilePrefix() : GRenderTilePrefix;
-  }
-};
-
+// Tiles by URL template under a cache prefix of the renderer's choice, so
+// that it can read a cache filled under another provider's name.
 class TRenderTileProvider : public TvxMapControlOpenStreetMapImageryDataProvider
 {
 public:
   using TvxMapControlOpenStreetMapImageryDataProvider::TvxMapControlOpenStreetMapImageryDataProvider;
+  std::unique_ptr<TvxMapControlMultiScaleTileSource> CreateTileSource() override;
+  // Empty for the OpenStreetMap provider's own.
+  QString Prefix;
+};
+
+class TRenderTileSource : public TvxMapControlOpenStreetMapTileSource
+{
+public:
+  explicit TRenderTileSource(TRenderTileProvider* AOwner)
+    : TvxMapControlOpenStreetMapTileSource(AOwner), FOwner(AOwner)
+  {
+  }
+  QString TilePrefix() const override
+  {
+    return FOwner->Prefix.isEmpty() ? TvxMapControlOpenStreetMapTileSource::TilePrefix() : FOwner->Prefix;
+  }
+
+private:
+  TRenderTileProvider* FOwner;
+};
+
+std::unique_ptr<TvxMapControlMultiScaleTileSource> TRenderTileProvider::CreateTileSource()
+{
+  return std::make_unique<TRenderTileSource>(this);
+}
+
+// The program's ArcGIS base maps, for their tile names and their deepest
+// level (NatGeo and USA Topo stop short of the others), from the cache only.
+class TCachedArcGISTileSource : public TArcGISMapTileSource
+{
+public:
+  using TArcGISMapTileSource::TArcGISMapTileSource;
+  QString GetTileByZoomLevel(int, int, int) override { return NoTileUri; }
+};
+
+class TCachedArcGISProvider : public TArcGISMapProvider
+{
+public:
+  using TArcGISMapProvider::TArcGISMapProvider;
   std::unique_ptr<TvxMapControlMultiScaleTileSource> CreateTileSource() override
   {
-    return std::make_unique<TRenderTileSource>(this);
+    // The world at the deepest level, as the ArcGIS provider makes it.
+    const qint64 LSize = std::llround(std::ldexp(double(StreamTileSize()), MaxZoomLevel()));
+    return std::make_unique<TCachedArcGISTileSource>(this, LSize, LSize, StreamTileSize(), StreamTileSize());
   }
 };
+
+// What a configuration directory shows at start, read as the main window
+// reads it.
+struct TConfiguration
+{
+  QString MapsDir;
+  double Latitude = 0;
+  double Longitude = 0;
+  double Zoom = 0;
+  int BaseMapIdx = 0;
+  QString AzureKey;
+};
+
+bool ReadConfiguration(const QString& ADir, TConfiguration& AResult, QString& AError)
+{
+  if (!QFileInfo(ADir).isDir())
+  {
+    AError = QStringLiteral("no configuration directory \"%1\"").arg(ADir);
+    return false;
+  }
+  AResult.MapsDir = Globals::JoinPath(ADir, QStringLiteral("Maps"));
+  if (!QFileInfo(AResult.MapsDir).isDir())
+  {
+    AError = QStringLiteral("\"%1\" has no Maps directory").arg(ADir);
+    return false;
+  }
+  // [Servers] is not read: tiles come from the cache, whose file names do
+  // not depend on the server.
+  const TIniFile LIni(Globals::JoinPath(AResult.MapsDir, QStringLiteral("Mapwright.ini")));
+  const QString LStartup = QStringLiteral("Startup");
+  AResult.Latitude = LIni.ReadFloat(LStartup, QStringLiteral("StartLat"), 41.313337);
+  AResult.Longitude = LIni.ReadFloat(LStartup, QStringLiteral("StartLon"), -80.338731);
+  AResult.Zoom = LIni.ReadFloat(LStartup, QStringLiteral("StartZoom"), 3);
+  AResult.BaseMapIdx = LIni.ReadInteger(LStartup, QStringLiteral("BaseMapIdx"), 0);
+  AResult.AzureKey = LIni.ReadString(QStringLiteral("AzureMaps"), QStringLiteral("MapKey"), QString());
+  return true;
+}
+
+// The base map at a catalogue position, as the window's base map menu shows
+// it at start, drawn from the cache folder alone: an Azure map without a
+// key gives way to the first, and a position outside the catalogue shows
+// none. Returns its tile layers.
+QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TConfiguration& AConfig)
+{
+  // An absent folder stays absent: the disk cache would make it.
+  const QString LCache = Globals::JoinPath(AConfig.MapsDir, QStringLiteral("MapCache"));
+  const QString LFolder = QFileInfo(LCache).isDir() ? LCache : QString();
+  int LIndex = AConfig.BaseMapIdx;
+  if (LIndex >= bmAzureImagery && LIndex <= bmAzureRoad && AConfig.AzureKey.isEmpty())
+    LIndex = bmWorldImagery;
+
+  QList<TvxMapImageTileLayer*> LLayers;
+  if (LIndex >= bmWorldImagery && LIndex < bmOpenStreetMap)
+  {
+    auto* LLayer = AControl.AddLayer<TvxMapImageTileLayer>();
+    LLayer->SetProviderClass(vxImageTileProviderClass<TCachedArcGISProvider>());
+    auto* LProvider = LLayer->ProviderAs<TCachedArcGISProvider>();
+    LProvider->ChangeBaseMap(LIndex);
+    LProvider->CacheOptions().SetDiskFolder(LFolder);
+    LLayers << LLayer;
+    return LLayers;
+  }
+  // Named as the Azure tile source names its files.
+  const auto LAzure = [](TvxAzureMapTileset ASet) {
+    return QStringLiteral("azure_") + vxAzureMapTilesetCachePrefix(ASet);
+  };
+  QStringList LPrefixes;
+  if (LIndex == bmOpenStreetMap)
+    LPrefixes << QString();
+  else if (LIndex == bmAzureImagery)
+    LPrefixes << LAzure(TvxAzureMapTileset::Satellite);
+  else if (LIndex == bmAzureHybrid)
+    LPrefixes << LAzure(TvxAzureMapTileset::Satellite) << LAzure(TvxAzureMapTileset::HybridRoad);
+  else if (LIndex == bmAzureRoad)
+    LPrefixes << LAzure(TvxAzureMapTileset::Road);
+  for (const QString& LPrefix : std::as_const(LPrefixes))
+  {
+    auto* LLayer = AControl.AddLayer<TvxMapImageTileLayer>();
+    LLayer->SetProviderClass(vxImageTileProviderClass<TRenderTileProvider>());
+    auto* LProvider = LLayer->ProviderAs<TRenderTileProvider>();
+    LProvider->Prefix = LPrefix;
+    LProvider->CacheOptions().SetDiskFolder(LFolder);
+    LProvider->SetUrlTemplate(NoTileUri);
+    LLayers << LLayer;
+  }
+  return LLayers;
+}
+
+// The configuration's static markers on their own layer, through the
+// window's store. The custom images come first: markers may show them.
+bool AddStaticMarkers(TvxMapControl& AControl, const TConfiguration& AConfig, QString& AError)
+{
+  auto* LLayer = AControl.AddLayer<TvxMapItemLayer>();
+  LLayer->SetName(QStringLiteral("KestrelStaticMarkers"));
+  const QString LCustomFile =
+    Globals::JoinPath(AConfig.MapsDir, QStringLiteral("CustomMarkerImages\\CustomMarkers.xml"));
+  const QString LStaticFile = Globals::JoinPath(AConfig.MapsDir, QStringLiteral("Layers\\StaticMarkers.xml"));
+  try
+  {
+    TCustomImageInfoList LCustom;
+    if (QFileInfo::exists(LCustomFile))
+      TStaticMarkers::LoadCustomMarkerInfoFromXML(LCustomFile, LCustom);
+    // Without the file this empties the process's list of custom images.
+    TStaticMarkers::RefreshCustomImages(LCustom, MarkerImageLists().CustomImageList, nullptr);
+    if (QFileInfo::exists(LStaticFile))
+      TStaticMarkers(&AControl, LLayer, nullptr, MarkerImageLists()).LoadStaticMarkersFromXML(LStaticFile);
+  }
+  catch (const EMapwrightError& E)
+  {
+    AError = E.Message();
+    return false;
+  }
+  return true;
+}
 
 bool ParseColour(const QString& AText, quint32& AValue)
 {
@@ -122,7 +280,7 @@ bool ParseLayer(const QString& AText, TLayerArgument& ALayer, QString& AError)
 
 bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QString& AError)
 {
-  bool LHasSize = false, LHasCenter = false, LHasZoom = false;
+  bool LHasSize = false;
   for (int I = 0; I < AArguments.size(); ++I)
   {
     const QString& LName = AArguments[I];
@@ -135,7 +293,8 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
                                            QStringLiteral("--zoom"),      QStringLiteral("--out"),
                                            QStringLiteral("--tiles"),     QStringLiteral("--tile-cache"),
                                            QStringLiteral("--tile-prefix"), QStringLiteral("--layer"),
-                                           QStringLiteral("--wait"),      QStringLiteral("--frames")};
+                                           QStringLiteral("--wait"),      QStringLiteral("--frames"),
+                                           QStringLiteral("--config")};
     if (!LWithValue.contains(LName))
     {
       AError = QStringLiteral("unknown argument \"%1\"").arg(LName);
@@ -167,13 +326,13 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
         AResult.Longitude = LParts[1].trimmed().toDouble(&LOkLon);
       }
       LOk = LOkLat && LOkLon && std::abs(AResult.Latitude) <= 90 && std::abs(AResult.Longitude) <= 180;
-      LHasCenter = true;
+      AResult.HasCenter = true;
     }
     else if (LName == QLatin1String("--zoom"))
     {
       AResult.Zoom = LValue.toDouble(&LOk);
       LOk = LOk && AResult.Zoom >= TvxCustomMapControl::MinZoomLevel && AResult.Zoom <= TvxCustomMapControl::MaxZoomLevel;
-      LHasZoom = true;
+      AResult.HasZoom = true;
     }
     else if (LName == QLatin1String("--out"))
       AResult.Out = LValue;
@@ -196,6 +355,8 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
     }
     else if (LName == QLatin1String("--frames"))
       AResult.Frames = LValue;
+    else if (LName == QLatin1String("--config"))
+      AResult.Config = LValue;
     else if (LName == QLatin1String("--wait"))
     {
       AResult.Wait = LValue.toDouble(&LOk);
@@ -207,9 +368,11 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
       return false;
     }
   }
-  if (!LHasSize || !LHasCenter || !LHasZoom || AResult.Out.isEmpty())
+  const bool LHasView = !AResult.Config.isEmpty() || (AResult.HasCenter && AResult.HasZoom);
+  if (!LHasSize || !LHasView || AResult.Out.isEmpty())
   {
-    AError = QStringLiteral("usage: mapwright-render --size WxH --center LAT,LON --zoom Z --out FILE.png "
+    AError = QStringLiteral("usage: mapwright-render --size WxH --out FILE.png "
+                            "(--center LAT,LON --zoom Z | --config DIR [--center LAT,LON] [--zoom Z]) "
                             "[--tiles URL_TEMPLATE] [--tile-cache DIR] [--tile-prefix PREFIX] "
                             "[--layer FILE[:fill=#AARRGGBB][:border=#AARRGGBB][:width=N]]... "
                             "[--frames FILE] [--no-navigation] [--wait SECONDS]");
@@ -292,19 +455,39 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
     return 2;
   }
 
+  TConfiguration LConfig;
+  if (!LArgs.Config.isEmpty() && !ReadConfiguration(LArgs.Config, LConfig, LError))
+  {
+    AErrors += "mapwright-render: " + LError.toUtf8() + '\n';
+    return 2;
+  }
+
+  // The window's stack: base map, static markers, layers, live markers.
   TvxMapControl LControl;
   LControl.resize(LArgs.Size);
   LControl.NavigationPanel().SetVisible(LArgs.Navigation);
   LControl.BeginUpdate();
-  TvxMapImageTileLayer* LTiles = nullptr;
+  QList<TvxMapImageTileLayer*> LTiles;
   if (!LArgs.Tiles.isEmpty())
   {
-    GRenderTilePrefix = LArgs.TilePrefix;
-    LTiles = LControl.AddLayer<TvxMapImageTileLayer>();
-    LTiles->SetProviderClass(vxImageTileProviderClass<TRenderTileProvider>());
-    auto* LProvider = LTiles->ProviderAs<TRenderTileProvider>();
+    auto* LLayer = LControl.AddLayer<TvxMapImageTileLayer>();
+    LLayer->SetProviderClass(vxImageTileProviderClass<TRenderTileProvider>());
+    auto* LProvider = LLayer->ProviderAs<TRenderTileProvider>();
+    LProvider->Prefix = LArgs.TilePrefix;
     LProvider->CacheOptions().SetDiskFolder(LArgs.TileCache);
     LProvider->SetUrlTemplate(LArgs.Tiles);
+    LTiles << LLayer;
+  }
+  else if (!LArgs.Config.isEmpty())
+    LTiles = AddCachedBaseMap(LControl, LConfig);
+  if (!LArgs.Config.isEmpty())
+  {
+    if (!AddStaticMarkers(LControl, LConfig, LError))
+    {
+      AErrors += "mapwright-render: " + LError.toUtf8() + '\n';
+      return 2;
+    }
+    // The layers of Maps/Layers/Layers.xml are to come here, in the window's order.
   }
   for (const TLayerArgument& LArgument : std::as_const(LArgs.Layers))
   {
@@ -315,8 +498,9 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
       return 2;
     }
   }
-  LControl.SetCenterPoint({LArgs.Latitude, LArgs.Longitude});
-  LControl.SetZoomLevel(LArgs.Zoom);
+  LControl.SetCenterPoint({LArgs.HasCenter ? LArgs.Latitude : LConfig.Latitude,
+                           LArgs.HasCenter ? LArgs.Longitude : LConfig.Longitude});
+  LControl.SetZoomLevel(LArgs.HasZoom ? LArgs.Zoom : LConfig.Zoom);
   LControl.EndUpdate();
 
   // Live markers above everything else, as in the window.
@@ -334,10 +518,14 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
   }
 
   // Tiles arrive through the event loop; wait for every slot or the limit.
+  // A tile that failed will not come: no use waiting for it.
+  const auto LAll = [&LTiles](bool (TvxMapImageTileLayer::*ATest)() const) {
+    return std::all_of(LTiles.cbegin(), LTiles.cend(),
+                       [ATest](const TvxMapImageTileLayer* ALayer) { return (ALayer->*ATest)(); });
+  };
   QElapsedTimer LTimer;
   LTimer.start();
-  // A tile that failed will not come: no use waiting for it.
-  while (LTiles && !LTiles->IsSettled() && LTimer.elapsed() < qint64(LArgs.Wait * 1000))
+  while (!LAll(&TvxMapImageTileLayer::IsSettled) && LTimer.elapsed() < qint64(LArgs.Wait * 1000))
   {
     QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     QThread::msleep(5);
@@ -351,9 +539,10 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
     AErrors += "mapwright-render: cannot write \"" + LArgs.Out.toUtf8() + "\"\n";
     return 2;
   }
-  if (LTiles && !LTiles->IsReady())
-    AErrors += LTiles->IsSettled()
-                 ? "mapwright-render: some tiles failed to load; written without them\n"
-                 : "mapwright-render: not every tile arrived within the wait; written as it stood\n";
+  if (!LAll(&TvxMapImageTileLayer::IsSettled))
+    AErrors += "mapwright-render: not every tile arrived within the wait; written as it stood\n";
+  else if (!LAll(&TvxMapImageTileLayer::IsReady))
+    AErrors += LArgs.Tiles.isEmpty() ? "mapwright-render: some tiles are not in the cache; written without them\n"
+                                     : "mapwright-render: some tiles failed to load; written without them\n";
   return 0;
 }
