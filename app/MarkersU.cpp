@@ -20,7 +20,9 @@
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTabWidget>
+#include <QButtonGroup>
+#include <QStackedWidget>
+#include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -50,6 +52,103 @@ QString Attr(const TvxMapPushpin* pin, const QString& key)
 {
   return TStaticMarkers::Text(pin, key);
 }
+}
+
+TPageControl::TPageControl(QWidget* parent)
+  : QWidget(parent)
+{
+  auto* layout = new QVBoxLayout(this);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  FTabs = new QGridLayout();
+  FTabs->setContentsMargins(0, 0, 0, 0);
+  FTabs->setSpacing(0);
+  layout->addLayout(FTabs);
+  FPages = new QStackedWidget(this);
+  FPages->setFrameShape(QFrame::StyledPanel);
+  layout->addWidget(FPages, 1);
+  FGroup = new QButtonGroup(this);
+  FGroup->setExclusive(true);
+  connect(FGroup, &QButtonGroup::idClicked, this, &TPageControl::setCurrentIndex);
+}
+
+int TPageControl::addTab(QWidget* page, const QString& caption)
+{
+  auto* button = new QToolButton(this);
+  button->setText(caption);
+  button->setCheckable(true);
+  button->setAutoRaise(false);
+  button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+  button->setFocusPolicy(Qt::TabFocus);
+  button->setStyleSheet(QStringLiteral("QToolButton:checked { font-weight: bold; }"));
+  const int index = FPages->addWidget(page);
+  FGroup->addButton(button, index);
+  FButtons.append(button);
+  if (index == 0)
+    button->setChecked(true);
+  FColumns = 0;
+  ArrangeTabs();
+  return index;
+}
+
+int TPageControl::count() const
+{
+  return FPages->count();
+}
+
+QWidget* TPageControl::widget(int index) const
+{
+  return FPages->widget(index);
+}
+
+int TPageControl::currentIndex() const
+{
+  return FPages->currentIndex();
+}
+
+QWidget* TPageControl::currentWidget() const
+{
+  return FPages->currentWidget();
+}
+
+void TPageControl::setCurrentIndex(int index)
+{
+  if (index < 0 || index >= FButtons.size())
+    return;
+  FPages->setCurrentIndex(index);
+  FButtons.at(index)->setChecked(true);
+}
+
+void TPageControl::setCurrentWidget(QWidget* page)
+{
+  setCurrentIndex(FPages->indexOf(page));
+}
+
+QToolButton* TPageControl::tabButton(int index) const
+{
+  return FButtons.value(index);
+}
+
+void TPageControl::resizeEvent(QResizeEvent* event)
+{
+  QWidget::resizeEvent(event);
+  ArrangeTabs();
+}
+
+void TPageControl::ArrangeTabs()
+{
+  // As many tabs to a row as fit by their widest caption.
+  int widest = 1;
+  for (const QToolButton* button : std::as_const(FButtons))
+    widest = std::max(widest, button->sizeHint().width());
+  const int columns = std::clamp(width() / widest, 1, std::max<int>(1, int(FButtons.size())));
+  if (columns == FColumns)
+    return;
+  FColumns = columns;
+  for (QToolButton* button : std::as_const(FButtons))
+    FTabs->removeWidget(button);
+  for (int i = 0; i < FButtons.size(); ++i)
+    FTabs->addWidget(FButtons.at(i), i / columns, i % columns);
 }
 
 TfrmMarkers::TfrmMarkers(QWidget* parent)
@@ -116,9 +215,7 @@ void TfrmMarkers::BuildControls()
   pnlImages = Panel(this, "pnlImages");
   auto* images = new QVBoxLayout(pnlImages);
   images->setContentsMargins(0, 0, 0, 0);
-  PageControl1 = Named(new QTabWidget(pnlImages), "PageControl1");
-  PageControl1->setUsesScrollButtons(false);
-  PageControl1->setDocumentMode(false);
+  PageControl1 = Named(new TPageControl(pnlImages), "PageControl1");
   lbIndustry = AddTab(TabSheet1, MarkerCategory::Industry);
   lbNature = AddTab(TabSheet2, MarkerCategory::Nature);
   lbTransportation = AddTab(TabSheet3, MarkerCategory::Transportation);
@@ -208,8 +305,14 @@ void TfrmMarkers::SetListRowImage(QListWidget* list, int row, const TMarkerImage
 {
   QListWidgetItem* item = list->item(row);
   item->setData(ImageIndexRole, index);
-  const QImage image = images.Image(index);
-  item->setIcon(image.isNull() ? QIcon() : QIcon(QPixmap::fromImage(image)));
+  // A row without an image keeps an empty one of the list's size, so its
+  // caption lines up with the others.
+  QPixmap pixmap = QPixmap::fromImage(images.Image(index));
+  if (pixmap.isNull()) {
+    pixmap = QPixmap(images.ImageSize());
+    pixmap.fill(Qt::transparent);
+  }
+  item->setIcon(QIcon(pixmap));
 }
 
 void TfrmMarkers::FillList(QListWidget* list, const QString& category)
@@ -223,7 +326,9 @@ void TfrmMarkers::FillList(QListWidget* list, const QString& category)
 
 void TfrmMarkers::LayOutColumns(QListWidget* list)
 {
-  const int width = std::max(60, list->viewport()->width() / Columns);
+  // The list's own width: a page that has not been shown yet has no
+  // viewport size worth reading.
+  const int width = std::max(60, list->contentsRect().width() / Columns);
   list->setGridSize(QSize(width, RowHeight));
 }
 
@@ -322,7 +427,7 @@ bool TfrmMarkers::eventFilter(QObject* watched, QEvent* event)
   }
   if (type == QEvent::MouseButtonRelease && watched == Image1)
     Image1Click();
-  if (type == QEvent::Resize) {
+  if (type == QEvent::Resize || type == QEvent::Show) {
     for (const QString& category : MarkerCategory::TabOrder())
       if (watched == ListOf(category))
         LayOutColumns(ListOf(category));

@@ -10,13 +10,16 @@
 #include <QList>
 #include <functional>
 
+class QButtonGroup;
 class QFrame;
+class QGridLayout;
+class QStackedWidget;
+class QToolButton;
 class QLabel;
 class QLineEdit;
 class QListWidget;
 class QPlainTextEdit;
 class QPushButton;
-class QTabWidget;
 class TMarkerImageList;
 class TvxCustomMapControl;
 class TvxMapItemLayer;
@@ -27,6 +30,37 @@ struct TSearchResult
 {
   QString ListName;
   int ListIndex = 0;
+};
+
+// Pages with their tabs in as many rows as the width needs, so that all
+// eight categories stay in sight at the dialog's smallest size.
+class TPageControl : public QWidget
+{
+  Q_OBJECT
+
+public:
+  explicit TPageControl(QWidget* parent = nullptr);
+
+  int addTab(QWidget* page, const QString& caption);
+  int count() const;
+  QWidget* widget(int index) const;
+  int currentIndex() const;
+  QWidget* currentWidget() const;
+  void setCurrentIndex(int index);
+  void setCurrentWidget(QWidget* page);
+  QToolButton* tabButton(int index) const;
+
+protected:
+  void resizeEvent(QResizeEvent* event) override;
+
+private:
+  void ArrangeTabs();
+
+  QGridLayout* FTabs = nullptr;
+  QButtonGroup* FGroup = nullptr;
+  QStackedWidget* FPages = nullptr;
+  QList<QToolButton*> FButtons;
+  int FColumns = 0;
 };
 
 class TfrmMarkers : public QDialog
@@ -101,7 +135,7 @@ public:
   QLabel* Ima = nullptr;
   QLabel* Image1 = nullptr;
   QFrame* pnlImages = nullptr;
-  QTabWidget* PageControl1 = nullptr;
+  TPageControl* PageControl1 = nullptr;
   QWidget* TabSheet1 = nullptr;
   QWidget* TabSheet2 = nullptr;
   QWidget* TabSheet3 = nullptr;
