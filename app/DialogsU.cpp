@@ -1,5 +1,7 @@
 #include "DialogsU.h"
 
+#include "ErrorsU.h"
+
 #include <QApplication>
 #include <QDialog>
 #include <QFileDialog>
@@ -150,4 +152,15 @@ int TRecordingDialogs::Execute(QDialog& dialog)
 {
   Executed << dialog.windowTitle();
   return OnExecute ? OnExecute(dialog) : int(QDialog::Rejected);
+}
+
+void Dialogs::RunReported(const std::function<void()>& handler)
+{
+  try {
+    handler();
+  } catch (const EMapwrightError& e) {
+    Get().ShowMessage(e.Message());
+  } catch (const std::exception& e) {
+    Get().ShowMessage(QString::fromUtf8(e.what()));
+  }
 }

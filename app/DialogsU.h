@@ -38,6 +38,10 @@ TDialogs& Get();
 // Replaces the dialogs; null restores the on-screen ones. Returns the old.
 std::unique_ptr<TDialogs> Set(std::unique_ptr<TDialogs> dialogs);
 
+// Runs an event handler; a failure that escapes it is shown in the general
+// failure box, its text and one OK button, and the program goes on.
+void RunReported(const std::function<void()>& handler);
+
 // The environment variable that switches a real process to TStderrDialogs
 // when it holds "stderr"; read once by main() and nowhere else.
 inline constexpr const char* EnvironmentVariable = "MAPWRIGHT_DIALOGS";

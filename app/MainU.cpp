@@ -222,13 +222,7 @@ void TfrmMain::ReadServers()
 
 void TfrmMain::RunHandler(const std::function<void()>& handler)
 {
-  try {
-    handler();
-  } catch (const EMapwrightError& e) {
-    Dialogs::Get().ShowMessage(e.Message());
-  } catch (const std::exception& e) {
-    Dialogs::Get().ShowMessage(QString::fromUtf8(e.what()));
-  }
+  Dialogs::RunReported(handler);
 }
 
 void TfrmMain::CreatePaths(const QString& configArgument)

@@ -28,7 +28,8 @@
 
 TfrmMarkers* frmMarkers = nullptr;
 
-const QString TfrmMarkers::IconCollectionUrl = QStringLiteral("https://labs.mapbox.com/maki-icons/");
+// Most of the category glyphs come from this collection; CREDITS.md lists the others.
+const QString TfrmMarkers::IconCollectionUrl = QStringLiteral("https://pictogrammers.com/library/mdi/");
 
 namespace
 {
@@ -355,13 +356,7 @@ QListWidget* TfrmMarkers::ListOf(const QString& category) const
 
 void TfrmMarkers::RunHandler(const std::function<void()>& handler)
 {
-  try {
-    handler();
-  } catch (const EMapwrightError& e) {
-    Dialogs::Get().ShowMessage(e.Message());
-  } catch (const std::exception& e) {
-    Dialogs::Get().ShowMessage(QString::fromUtf8(e.what()));
-  }
+  Dialogs::RunReported(handler);
 }
 
 void TfrmMarkers::Show()
@@ -634,32 +629,28 @@ void TfrmMarkers::SetMarkerCoordinate(bool latitude, double value)
   KestrelStaticMarker->SetLocation(point);
 }
 
-void TfrmMarkers::edtLatitudeExit()
+void TfrmMarkers::CoordinateExit(QLineEdit* edit, bool latitude, const QString& message)
 {
-  if (edtLatitude->text().isEmpty())
+  if (edit->text().isEmpty())
     return;
-  if (const auto value = NumberText::TryStrToFloat(edtLatitude->text())) {
-    SetMarkerCoordinate(true, *value);
+  if (const auto value = NumberText::TryStrToFloat(edit->text())) {
+    SetMarkerCoordinate(latitude, *value);
     return;
   }
   FInExit = true;
-  Dialogs::Get().ShowMessage(QStringLiteral("Invalid Latitude Value!"));
-  edtLatitude->setFocus();
+  Dialogs::Get().ShowMessage(message);
+  edit->setFocus();
   FInExit = false;
+}
+
+void TfrmMarkers::edtLatitudeExit()
+{
+  CoordinateExit(edtLatitude, true, QStringLiteral("Invalid Latitude Value!"));
 }
 
 void TfrmMarkers::edtLongitudeExit()
 {
-  if (edtLongitude->text().isEmpty())
-    return;
-  if (const auto value = NumberText::TryStrToFloat(edtLongitude->text())) {
-    SetMarkerCoordinate(false, *value);
-    return;
-  }
-  FInExit = true;
-  Dialogs::Get().ShowMessage(QStringLiteral("Invalid Longitude Value!"));
-  edtLongitude->setFocus();
-  FInExit = false;
+  CoordinateExit(edtLongitude, false, QStringLiteral("Invalid Longitude Value!"));
 }
 
 void TfrmMarkers::btnSearchClick()

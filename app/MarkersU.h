@@ -185,6 +185,9 @@ private:
   void RunHandler(const std::function<void()>& handler);
   // Geographic point of the marker with one coordinate replaced.
   void SetMarkerCoordinate(bool latitude, double value);
+  // The exit check of a coordinate box: a number moves the marker, other
+  // text gets the message and the focus back.
+  void CoordinateExit(QLineEdit* edit, bool latitude, const QString& message);
   bool FInExit = false;
 };
 
