@@ -11,6 +11,8 @@
 #include "MainLayoutU.h"
 #include "LiveMarkersU.h"
 #include "MarkersU.h"
+#include "LayerCatalogU.h"
+#include "LayersU.h"
 #include "MarkerImagesU.h"
 #include "StaticMarkersU.h"
 #include "GlyphsU.h"
@@ -89,6 +91,7 @@ void TfrmMain::BuildControls()
   connect(SpeedButton1, &QToolButton::clicked, this, &TfrmMain::SpeedButton1Click);
   connect(cbAutoCenter, &QCheckBox::clicked, this, &TfrmMain::cbAutoCenterClick);
   connect(sbtnAdd, &QToolButton::clicked, this, &TfrmMain::sbtnAddClick);
+  connect(btnLayers, &QPushButton::clicked, this, [this] { RunHandler([this] { btnLayersClick(); }); });
   connect(btnMarkers, &QPushButton::clicked, this, [this] { RunHandler([this] { btnMarkersClick(); }); });
   connect(sbtnDelete, &QToolButton::clicked, this, [this] { RunHandler([this] { sbtnDeleteClick(); }); });
   connect(SpeedButton3, &QToolButton::clicked, this, [this] { RunHandler([this] { SpeedButton3Click(); }); });
@@ -99,6 +102,7 @@ void TfrmMain::BuildControls()
   sbtnAdd->installEventFilter(this);
 
   FLiveMarkers = std::make_unique<TLiveMarkers>(Map, KestrelLiveMarkers);
+  FLayerCatalog = std::make_unique<TLayerCatalog>(Map);
   FStaticMarkers = std::make_unique<TStaticMarkers>(Map, KestrelStaticMarkers, lbStaticMarkers, MarkerImageLists());
   FBaseMaps = std::make_unique<TBaseMaps>(
     TBaseMaps::TLayers{OpenStreetMapLayer, ArcGISMapLayer, AzureMapsLayer1, AzureMapsLayer2}, popupBasemaps,
@@ -367,6 +371,8 @@ void TfrmMain::FormShow()
   // CurrentSkin is kept and handed on; Qt's own style draws the controls.
   AllowChangingEvent = true;
 
+  if (frmLayers)
+    frmLayers->CentreOn = this;
   if (frmMarkers) {
     frmMarkers->CentreOn = this;
     frmMarkers->OnMouseLeave = [this] { OkDoMouseUp = true; };
@@ -1215,5 +1221,36 @@ void TfrmMain::SaveStaticMarkersToXml()
   FStaticMarkers->SaveStaticMarkersToXml(Globals::StaticMarkersConfigFileName, FUnloadedFiles.get());
 }
 
-void TfrmMain::LoadLayersFromXML() {}
-void TfrmMain::SaveLayersToXml() {}
+// ---------------------------------------------------------------------------
+// Layers
+
+void TfrmMain::LoadLayersFromXML()
+{
+  FUnloadedFiles->Expect(Globals::LayersConfigFileName);
+  FLayerCatalog->LoadLayersFromXML(Globals::LayersConfigFileName);
+  FUnloadedFiles->Loaded(Globals::LayersConfigFileName);
+}
+
+void TfrmMain::SaveLayersToXml()
+{
+  FLayerCatalog->SaveLayersToXml(Globals::LayersConfigFileName, FUnloadedFiles.get());
+}
+
+void TfrmMain::btnLayersClick()
+{
+  SetScreenCursor(Qt::ArrowCursor);
+  PlacingStaticMarker = false;
+  if (!frmLayers)
+    return;
+  frmLayers->AppDir = Globals::AppDir;
+  frmLayers->ConfigDir = Globals::ConfigDir;
+  frmLayers->MapControl = Map;
+  Dialogs::Get().Execute(*frmLayers);
+  // The import's own hint event lasts only until here.
+  FLayerCatalog->AttachHintEvents();
+}
+
+void TfrmMain::ZoomToLayers()
+{
+  FLayerCatalog->ZoomToLayers();
+}

@@ -28,6 +28,7 @@ class TBaseMaps;
 class TIniFile;
 class TLiveMarkers;
 class TStaticMarkers;
+class TLayerCatalog;
 class TUnloadedFiles;
 class TvxMapControl;
 class TvxMapImageTileLayer;
@@ -81,6 +82,11 @@ public:
   void cbAutoCenterClick();
   void sbtnAddClick();
   void sbtnAddMouseLeave();
+
+  // Layers.
+  void btnLayersClick();
+  void ZoomToLayers();
+  TLayerCatalog& LayerCatalog() { return *FLayerCatalog; }
 
   // Static markers.
   void btnMarkersClick();
@@ -274,8 +280,6 @@ private:
   void ApplyLocatorRule(const QString& location);
   TvxMapImageTileLayer* ConversionLayer() const;
 
-  // The layer catalogue comes with its own work; until then its file is
-  // neither read nor rewritten.
   void LoadLayersFromXML();
   void SaveLayersToXml();
   void LoadCustomMarkerInfoFromXML();
@@ -295,6 +299,7 @@ private:
   std::unique_ptr<TCustomImageInfoList> FCustomImageInfoList;
   std::unique_ptr<TLiveMarkers> FLiveMarkers;
   std::unique_ptr<TStaticMarkers> FStaticMarkers;
+  std::unique_ptr<TLayerCatalog> FLayerCatalog;
   std::unique_ptr<TUnloadedFiles> FUnloadedFiles;
   std::unique_ptr<TBaseMaps> FBaseMaps;
   std::unique_ptr<TServerSettings> FServers;

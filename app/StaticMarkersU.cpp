@@ -1,5 +1,7 @@
 #include "StaticMarkersU.h"
 
+#include "XmlFileU.h"
+
 #include "DialogsU.h"
 #include "ErrorsU.h"
 #include "GlobalsU.h"
@@ -11,16 +13,11 @@
 #include "vxMapPointItems.h"
 
 #include <QDir>
-#include <QDomDocument>
 #include <QFile>
 #include <QFileInfo>
 #include <QListWidget>
 #include <QPainter>
-#include <QSaveFile>
-#include <QXmlStreamWriter>
 
-#include <exception>
-#include <utility>
 #include <vector>
 
 namespace
@@ -29,97 +26,6 @@ const QString StaticRoot = QStringLiteral("KestrelStaticMarkerInfo");
 const QString CustomRoot = QStringLiteral("KestrelCustomMarkerInfo");
 const QString MarkersNode = QStringLiteral("Markers");
 const QString MarkerNode = QStringLiteral("Marker");
-
-using TAttributeList = std::vector<std::pair<QString, QString>>;
-
-// Runs a load or save; whatever fails comes out as one error with the
-// routine's fixed prefix before the underlying text.
-template <class F>
-void WithPrefix(const QString& prefix, F&& body)
-{
-  try {
-    body();
-  } catch (const EMapwrightError& e) {
-    throw EMapwrightError(prefix + e.Message());
-  } catch (const std::exception& e) {
-    throw EMapwrightError(prefix + QString::fromUtf8(e.what()));
-  }
-}
-
-QDomDocument ReadDocument(const QString& fileName)
-{
-  QFile file(fileName);
-  if (!file.open(QIODevice::ReadOnly))
-    throw EMapwrightError(QStringLiteral("Cannot open \"%1\": %2").arg(QDir::toNativeSeparators(fileName),
-                                                                      file.errorString()));
-  QDomDocument document;
-  QString message;
-  int line = 0;
-  int column = 0;
-  if (!document.setContent(&file, &message, &line, &column))
-    throw EMapwrightError(QStringLiteral("%1 (line %2, column %3)").arg(message).arg(line).arg(column));
-  return document;
-}
-
-// The root by name and its Markers child; null when the root has none.
-QDomElement MarkersOf(const QDomDocument& document, const QString& rootName)
-{
-  const QDomElement root = document.documentElement();
-  if (root.tagName() != rootName)
-    throw EMapwrightError(QStringLiteral("Node \"%1\" not found").arg(rootName));
-  return root.firstChildElement(MarkersNode);
-}
-
-// XML 1.0 cannot hold most control characters; a pasted one must not make
-// the file unreadable at the next start.
-QString XmlSafe(const QString& text)
-{
-  QString result;
-  result.reserve(text.size());
-  for (qsizetype i = 0; i < text.size(); ++i) {
-    const QChar c = text.at(i);
-    if (c.isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()) {
-      result += c;
-      result += text.at(++i);
-      continue;
-    }
-    const char16_t u = c.unicode();
-    const bool allowed = (u >= 0x20 && !c.isSurrogate() && u != 0xFFFE && u != 0xFFFF) || u == 0x9 || u == 0xA ||
-                         u == 0xD;
-    if (allowed)
-      result += c;
-  }
-  return result;
-}
-
-// Built whole in memory and renamed into place: a crash never leaves half a
-// file. The declaration names the version only, and nothing is indented.
-void WriteDocument(const QString& fileName, const QString& rootName, const std::vector<TAttributeList>& markers)
-{
-  QByteArray body;
-  {
-    QXmlStreamWriter writer(&body);
-    writer.setAutoFormatting(false);
-    writer.writeStartElement(rootName);
-    writer.writeStartElement(MarkersNode);
-    for (const TAttributeList& attributes : markers) {
-      writer.writeStartElement(MarkerNode);
-      for (const auto& [name, value] : attributes)
-        writer.writeAttribute(name, XmlSafe(value));
-      writer.writeEndElement();
-    }
-    writer.writeEndElement();
-    writer.writeEndElement();
-  }
-  const QByteArray bytes = QByteArrayLiteral("<?xml version=\"1.0\"?>") + body;
-  QSaveFile file(fileName);
-  if (!file.open(QIODevice::WriteOnly))
-    throw EMapwrightError(QStringLiteral("Cannot create \"%1\": %2").arg(QDir::toNativeSeparators(fileName),
-                                                                        file.errorString()));
-  if (file.write(bytes) != bytes.size() || !file.commit())
-    throw EMapwrightError(QStringLiteral("Cannot write \"%1\": %2").arg(QDir::toNativeSeparators(fileName),
-                                                                       file.errorString()));
-}
 
 // An image fitted into the list's size, centred on a transparent ground.
 QImage FitImage(const QImage& image, const QSize& size)
@@ -306,9 +212,9 @@ bool TStaticMarkers::DeleteSelected()
 
 void TStaticMarkers::LoadStaticMarkersFromXML(const QString& fileName)
 {
-  WithPrefix(QStringLiteral("Error Reading Layers: "), [&] {
-    const QDomDocument document = ReadDocument(fileName);
-    const QDomElement markers = MarkersOf(document, StaticRoot);
+  XmlFile::WithPrefix(QStringLiteral("Error Reading Layers: "), [&] {
+    const QDomDocument document = XmlFile::Read(fileName);
+    const QDomElement markers = XmlFile::ListOf(document, StaticRoot, MarkersNode);
     // The index of a marker whose own index is unreadable is its predecessor's.
     int index = 0;
     for (QDomNode node = markers.firstChild(); !node.isNull(); node = node.nextSibling()) {
@@ -354,8 +260,8 @@ void TStaticMarkers::LoadStaticMarkersFromXML(const QString& fileName)
 
 void TStaticMarkers::SaveStaticMarkersToXml(const QString& fileName, TUnloadedFiles* unloaded)
 {
-  WithPrefix(QStringLiteral("Error Writing Static Markers: "), [&] {
-    std::vector<TAttributeList> markers;
+  XmlFile::WithPrefix(QStringLiteral("Error Writing Static Markers: "), [&] {
+    std::vector<XmlFile::TAttributes> markers;
     const TvxMapItems& items = FLayer->MapItems();
     for (int i = 0; i < items.Count(); ++i) {
       const TvxMapItem* item = items.Items(i);
@@ -368,16 +274,16 @@ void TStaticMarkers::SaveStaticMarkersToXml(const QString& fileName, TUnloadedFi
     }
     if (unloaded)
       unloaded->KeepCopyBeforeOverwrite(fileName);
-    WriteDocument(fileName, StaticRoot, markers);
+    XmlFile::Write(fileName, StaticRoot, MarkersNode, MarkerNode, markers);
   });
 }
 
 void TStaticMarkers::LoadCustomMarkerInfoFromXML(const QString& fileName, TCustomImageInfoList& list)
 {
-  WithPrefix(QStringLiteral("Error Reading Custom Markers: "), [&] {
+  XmlFile::WithPrefix(QStringLiteral("Error Reading Custom Markers: "), [&] {
     list.ClearItems();
-    const QDomDocument document = ReadDocument(fileName);
-    const QDomElement markers = MarkersOf(document, CustomRoot);
+    const QDomDocument document = XmlFile::Read(fileName);
+    const QDomElement markers = XmlFile::ListOf(document, CustomRoot, MarkersNode);
     // Every element child counts, whatever its name.
     for (QDomElement element = markers.firstChildElement(); !element.isNull();
          element = element.nextSiblingElement())
@@ -389,14 +295,14 @@ void TStaticMarkers::LoadCustomMarkerInfoFromXML(const QString& fileName, TCusto
 void TStaticMarkers::SaveCustomMarkerInfoToXml(const QString& fileName, const TCustomImageInfoList& list,
                                                TUnloadedFiles* unloaded)
 {
-  WithPrefix(QStringLiteral("Error Writing Custom Markers: "), [&] {
-    std::vector<TAttributeList> markers;
+  XmlFile::WithPrefix(QStringLiteral("Error Writing Custom Markers: "), [&] {
+    std::vector<XmlFile::TAttributes> markers;
     for (int i = 0; i < list.Count(); ++i)
       markers.push_back({{QStringLiteral("FileName"), list.Objects(i).FileName},
                          {QStringLiteral("Caption"), list.Objects(i).Caption}});
     if (unloaded)
       unloaded->KeepCopyBeforeOverwrite(fileName);
-    WriteDocument(fileName, CustomRoot, markers);
+    XmlFile::Write(fileName, CustomRoot, MarkersNode, MarkerNode, markers);
   });
 }
 
