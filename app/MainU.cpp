@@ -43,6 +43,7 @@
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QTcpSocket>
 #include <QToolButton>
@@ -1226,6 +1227,9 @@ void TfrmMain::SaveStaticMarkersToXml()
 
 void TfrmMain::LoadLayersFromXML()
 {
+  // Big layers take a while; the hourglass says so.
+  QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+  const auto restore = qScopeGuard([] { QGuiApplication::restoreOverrideCursor(); });
   FUnloadedFiles->Expect(Globals::LayersConfigFileName);
   FLayerCatalog->LoadLayersFromXML(Globals::LayersConfigFileName);
   FUnloadedFiles->Loaded(Globals::LayersConfigFileName);

@@ -357,6 +357,65 @@ private Q_SLOTS:
   }
 
   // Every mistake exits 2 with a message that names it, and writes no PNG.
+  // The configuration's layers come through the window's catalogue, in
+  // its stack order and colours: the upper of two overlapping squares
+  // wins where they overlap, and a hidden layer shows nothing.
+  void ConfigurationLayers()
+  {
+    const QString LSite = Out(QStringLiteral("layers-site"));
+    const auto LSquare = [](double AWest, double AEast) {
+      return "<?xml version=\"1.0\"?><kml xmlns=\"http://www.opengis.net/kml/2.2\"><Document><Placemark>"
+             "<Polygon><outerBoundaryIs><LinearRing><coordinates>" +
+             QByteArray::number(AWest) + ",40 " + QByteArray::number(AEast) + ",40 " + QByteArray::number(AEast) +
+             ",50 " + QByteArray::number(AWest) + ",50 " + QByteArray::number(AWest) +
+             ",40</coordinates></LinearRing></outerBoundaryIs></Polygon></Placemark></Document></kml>";
+    };
+    WriteFile(LSite + QStringLiteral("/Maps/Layers/west.kml"), LSquare(0, 10));
+    WriteFile(LSite + QStringLiteral("/Maps/Layers/east.kml"), LSquare(5, 15));
+    WriteFile(LSite + QStringLiteral("/Maps/Layers/hidden.kml"), LSquare(-5, 20));
+    WriteFile(LSite + QStringLiteral("/Maps/Mapwright.ini"), "[Startup]\r\nStartLat=45\r\nStartLon=7.5\r\nStartZoom=4\r\n");
+    const auto LLayer = [&LSite](const char* AName, const char* AFile, const char* AVisible, int AColour) {
+      return "<Layer Name=\"" + QByteArray(AName) + "\" FileName=\"" + LSite.toUtf8() + "/Maps/Layers/" + AFile +
+             "\" FileType=\"KML\" Visible=\"" + AVisible + "\" Color=\"" + QByteArray::number(AColour) +
+             "\" BorderColor=\"" + QByteArray::number(AColour) + "\"/>";
+    };
+    // Top first: east over west; red is 0x0000FF and blue 0xFF0000 in the file's order.
+    WriteFile(LSite + QStringLiteral("/Maps/Layers/Layers.xml"),
+              "<?xml version=\"1.0\"?><KestrelMapLayersInfo><Layers><Layer Name=\"KestrelLiveMarkers\"/>"
+              "<Layer Name=\"KestrelStaticMarkers\"/>" +
+                LLayer("east", "east.kml", "True", 0xFF0000) + LLayer("west", "west.kml", "True", 0x0000FF) +
+                LLayer("hidden", "hidden.kml", "False", 0x00FF00) + "</Layers></KestrelMapLayersInfo>");
+    const QString LOut = Out(QStringLiteral("layers.png"));
+    QByteArray LErrors;
+    QCOMPARE(vxRenderRun({QStringLiteral("--size"), QStringLiteral("400x300"), QStringLiteral("--out"), LOut,
+                          QStringLiteral("--config"), LSite, QStringLiteral("--no-navigation"),
+                          QStringLiteral("--wait"), QStringLiteral("0")},
+                         LErrors),
+             0);
+    const QImage LImage(LOut);
+    QVERIFY(!LImage.isNull());
+    const auto LAt = [&LImage](double ALon) {
+      const double LX = 200 + (ALon - 7.5) / 360.0 * 256 * 16;
+      return LImage.pixelColor(int(LX), 150);
+    };
+    const auto LIsRed = [](const QColor& C) { return C.red() > 200 && C.blue() < 60 && C.green() < 60; };
+    const auto LIsBlue = [](const QColor& C) { return C.blue() > 200 && C.red() < 60 && C.green() < 60; };
+    QVERIFY2(LIsRed(LAt(2.5)), qPrintable(LAt(2.5).name()));
+    QVERIFY2(LIsBlue(LAt(7.5)), qPrintable(LAt(7.5).name()));
+    QVERIFY2(LIsBlue(LAt(12.5)), qPrintable(LAt(12.5).name()));
+    QVERIFY2(LAt(-3).green() < 200 || LAt(-3).red() > 100, qPrintable(LAt(-3).name()));
+
+    WriteFile(LSite + QStringLiteral("/Maps/Layers/Layers.xml"), "<KestrelMapLayersInfo><Layers><Layer Name=\"a b\" "
+                                                             "FileName=\"" + LSite.toUtf8() + "/Maps/Layers/east.kml\"/>"
+                                                             "</Layers></KestrelMapLayersInfo>");
+    QCOMPARE(vxRenderRun({QStringLiteral("--size"), QStringLiteral("64x64"), QStringLiteral("--out"),
+                          Out(QStringLiteral("bad-layers.png")), QStringLiteral("--config"), LSite},
+                         LErrors),
+             2);
+    QVERIFY2(LErrors.contains("mapwright-render: Error Reading Layers: "), LErrors.constData());
+    QVERIFY(!QFile::exists(Out(QStringLiteral("bad-layers.png"))));
+  }
+
   void BadArguments()
   {
     const QString LOut = Out(QStringLiteral("bad.png"));

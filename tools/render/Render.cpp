@@ -9,6 +9,7 @@
 #include "LiveMarkersU.h"
 #include "MarkerImagesU.h"
 #include "StaticMarkersU.h"
+#include "LayerCatalogU.h"
 #include "vxAzureMapImageryDataProvider.h"
 #include "vxMapItemLayer.h"
 #include "vxMapControl.h"
@@ -158,7 +159,8 @@ bool ReadConfiguration(const QString& ADir, TConfiguration& AResult, QString& AE
 // it at start, drawn from the cache folder alone: an Azure map without a
 // key gives way to the first, and a position outside the catalogue shows
 // none. Returns its tile layers.
-QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TConfiguration& AConfig)
+QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TConfiguration& AConfig,
+                                              QList<int>& ASlots)
 {
   // An absent folder stays absent: the disk cache would make it.
   const QString LCache = Globals::JoinPath(AConfig.MapsDir, QStringLiteral("MapCache"));
@@ -176,6 +178,7 @@ QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TCo
     LProvider->ChangeBaseMap(LIndex);
     LProvider->CacheOptions().SetDiskFolder(LFolder);
     LLayers << LLayer;
+    ASlots = {1};
     return LLayers;
   }
   // Named as the Azure tile source names its files.
@@ -183,6 +186,8 @@ QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TCo
     return QStringLiteral("azure_") + vxAzureMapTilesetCachePrefix(ASet);
   };
   QStringList LPrefixes;
+  // The window's tile layers: OpenStreetMap, ArcGIS, Azure 1, Azure 2.
+  ASlots = LIndex == bmOpenStreetMap ? QList<int>{0} : LIndex == bmAzureHybrid ? QList<int>{2, 3} : QList<int>{2};
   if (LIndex == bmOpenStreetMap)
     LPrefixes << QString();
   else if (LIndex == bmAzureImagery)
@@ -479,7 +484,23 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
     LTiles << LLayer;
   }
   else if (!LArgs.Config.isEmpty())
-    LTiles = AddCachedBaseMap(LControl, LConfig);
+  {
+    QList<int> LSlots;
+    LTiles = AddCachedBaseMap(LControl, LConfig, LSlots);
+    // The window's four tile layers, the base map in its own places and
+    // the others hidden, so that the layer catalogue's arithmetic on
+    // indices stacks the layers as the window does.
+    for (int LSlot = 0; LSlot < 4; ++LSlot)
+    {
+      if (!LSlots.contains(LSlot))
+      {
+        auto* LSpare = LControl.AddLayer<TvxMapImageTileLayer>();
+        LSpare->SetVisible(false);
+        LControl.Layers().Move(LSpare->Index(), LSlot);
+      }
+    }
+  }
+  std::unique_ptr<TLiveMarkers> LLive;
   if (!LArgs.Config.isEmpty())
   {
     if (!AddStaticMarkers(LControl, LConfig, LError))
@@ -487,7 +508,21 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
       AErrors += "mapwright-render: " + LError.toUtf8() + '\n';
       return 2;
     }
-    // The layers of Maps/Layers/Layers.xml are to come here, in the window's order.
+    auto* LLiveLayer = LControl.AddLayer<TvxMapItemLayer>();
+    LLiveLayer->SetName(LayerNames::LiveMarkers);
+    LLive = std::make_unique<TLiveMarkers>(&LControl, LLiveLayer);
+    const QString LLayersFile = Globals::JoinPath(LConfig.MapsDir, QStringLiteral("Layers\\Layers.xml"));
+    try
+    {
+      TLayerCatalog LCatalog(&LControl);
+      if (QFileInfo::exists(LLayersFile))
+        LCatalog.LoadLayersFromXML(LLayersFile);
+    }
+    catch (const EMapwrightError& E)
+    {
+      AErrors += "mapwright-render: " + E.Message().toUtf8() + '\n';
+      return 2;
+    }
   }
   for (const TLayerArgument& LArgument : std::as_const(LArgs.Layers))
   {
@@ -503,13 +538,16 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
   LControl.SetZoomLevel(LArgs.HasZoom ? LArgs.Zoom : LConfig.Zoom);
   LControl.EndUpdate();
 
-  // Live markers above everything else, as in the window.
-  std::unique_ptr<TLiveMarkers> LLive;
+  // Live markers above everything else without a configuration; with
+  // one, where the catalogue put them.
   if (!LArgs.Frames.isEmpty())
   {
-    auto* LLayer = LControl.AddLayer<TvxMapItemLayer>();
-    LLayer->SetName(QStringLiteral("KestrelLiveMarkers"));
-    LLive = std::make_unique<TLiveMarkers>(&LControl, LLayer);
+    if (!LLive)
+    {
+      auto* LLayer = LControl.AddLayer<TvxMapItemLayer>();
+      LLayer->SetName(LayerNames::LiveMarkers);
+      LLive = std::make_unique<TLiveMarkers>(&LControl, LLayer);
+    }
     if (!FeedFrames(*LLive, LArgs.Frames, AErrors))
     {
       AErrors += "mapwright-render: cannot read frames \"" + LArgs.Frames.toUtf8() + "\"\n";
