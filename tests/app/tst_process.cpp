@@ -289,6 +289,50 @@ private Q_SLOTS:
     QVERIFY2(now.contains("Title=\"A\"") && !now.contains("Title=\"C\""), now.constData());
   }
 
+  // The layer catalogue goes through a start and a SHUTDOWN unchanged
+  // but for the program's own form: a KML and a Shapefile layer with
+  // their colours and hints, the fixed layers by name.
+  void layerCatalogueWrittenBackAtShutdown()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    const QString maps = parent.Config.filePath(QStringLiteral("Maps"));
+    QDir(maps).mkpath(QStringLiteral("Layers"));
+    for (const char* part : {"places.shp", "places.dbf", "places.cpg"})
+      QVERIFY(QFile::copy(QStringLiteral(MAPWRIGHT_GDAL_SAMPLES "/") + QLatin1String(part),
+                          maps + QStringLiteral("/Layers/") + QLatin1String(part)));
+    const QByteArray shp = (maps + QStringLiteral("/Layers/places.shp")).toUtf8();
+    const QByteArray kml = (maps + QStringLiteral("/Layers/site.kml")).toUtf8();
+    QFile site(QString::fromUtf8(kml));
+    QVERIFY(site.open(QIODevice::WriteOnly));
+    site.write("<kml xmlns=\"http://www.opengis.net/kml/2.2\"><Document><Placemark><name>Gate</name><Point>"
+               "<coordinates>-80.3387,41.3133</coordinates></Point></Placemark></Document></kml>");
+    site.close();
+    const QByteArray layers =
+      "<KestrelMapLayersInfo><Layers><Layer Name=\"KestrelLiveMarkers\"/><Layer Name=\"KestrelStaticMarkers\"/>"
+      "<Layer Name=\"places_shp_shp\" FileName=\"" + shp + "\" FileType=\"Shape\" Visible=\"True\" Color=\"255\" "
+      "BorderColor=\"16711680\" SelectedColor=\"197121\" SelectedBorderColor=\"197121\" HotColor=\"65280\" "
+      "HotBorderColor=\"197121\" HintAttribute=\"name\"/>"
+      "<Layer Name=\"site_kml_kml\" FileName=\"" + kml + "\" FileType=\"KML\" Visible=\"False\" Color=\"197121\" "
+      "BorderColor=\"197121\" SelectedColor=\"197121\" SelectedBorderColor=\"197121\" HotColor=\"197121\" "
+      "HotBorderColor=\"197121\" HintAttribute=\"\"/></Layers></KestrelMapLayersInfo>";
+    QFile file(maps + QStringLiteral("/Layers/Layers.xml"));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n" + QByteArray(layers).replace("/><", "/>\r\n  <"));
+    file.close();
+
+    parent.Start({parent.Config.path(), QStringLiteral("Config")});
+    QVERIFY(parent.WaitForPeer());
+    QTest::qWait(300);
+    QVERIFY(parent.Finish());
+    QCOMPARE(parent.Process.exitCode(), 0);
+    const QByteArray errors = parent.StandardError();
+    QVERIFY2(!errors.contains("mapwright: message:"), errors.constData());
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QCOMPARE(file.readAll(), "<?xml version=\"1.0\"?>" + layers);
+    QVERIFY(!QFile::exists(maps + QStringLiteral("/Layers/Layers.xml.unreadable")));
+  }
+
   // Frames end at a CR only: split frames are taken once, two in a segment
   // as two, CR LF endings work, and a bad frame gets one message.
   void framing()
