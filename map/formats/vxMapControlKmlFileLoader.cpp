@@ -6,7 +6,15 @@
 #include "vxMapPointItems.h"
 
 #include <QBuffer>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QMutex>
 #include <QRandomGenerator>
+#include <QSaveFile>
+#include <QUrl>
 
 #include <algorithm>
 #include <cmath>
@@ -41,7 +49,169 @@ private:
 // A border no wider than this; KML allows any width, a painter does not.
 constexpr int MaxBorderWidth = 100;
 
+// What every icon load of the process shares.
+struct TIconState
+{
+  QMutex Lock;
+  QString CacheDir;
+  int TimeoutMs = vxKmlIconDefaultTimeoutMs;
+  int RetryIntervalMs = vxKmlIconDefaultRetryIntervalMs;
+  // Since when a case-folded URL, or a "scheme://host:port", fails; the
+  // interval is applied when asked, so a new one holds at once.
+  QHash<QString, QElapsedTimer> FailedUrls;
+  QHash<QString, QElapsedTimer> FailedHosts;
+};
+
+TIconState& IconState()
+{
+  static TIconState State;
+  return State;
+}
+
+QString HostKey(const QUrl& AUrl)
+{
+  const QString Scheme = AUrl.scheme().toLower();
+  return Scheme + QLatin1String("://") + AUrl.host().toLower() + QLatin1Char(':') +
+         QString::number(AUrl.port(Scheme == QLatin1String("https") ? 443 : 80));
+}
+
+bool IsResting(const QString& AUrlKey, const QString& AHostKey)
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  const auto Resting = [&State](QHash<QString, QElapsedTimer>& AFailures, const QString& AKey) {
+    const auto It = AFailures.find(AKey);
+    if (It == AFailures.end())
+      return false;
+    if (State.RetryIntervalMs > 0 && !It->hasExpired(State.RetryIntervalMs))
+      return true;
+    AFailures.erase(It);
+    return false;
+  };
+  return Resting(State.FailedUrls, AUrlKey) || Resting(State.FailedHosts, AHostKey);
+}
+
+void NoteFailure(QHash<QString, QElapsedTimer> TIconState::*AFailures, const QString& AKey)
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  QElapsedTimer Since;
+  Since.start();
+  (State.*AFailures).insert(AKey, Since);
+}
+
+enum class TIconFetch
+{
+  Done,
+  // A response came, but no icon: this URL fails, the host may serve others.
+  NoIcon,
+  // No response at all: refused, not found, silent or cut off.
+  Unreachable
+};
+
+TIconFetch FetchIconBytes(const QString& AHref, QByteArray& ABytes)
+{
+  TBoundedBuffer Content(TvxMapControlKmlFileLoader::MaxIconBytes);
+  Content.open(QIODevice::WriteOnly);
+  const std::unique_ptr<TvxHttpRequestHandler> Handler = TvxHttpRequest::CreateHandler();
+  // The helper's own timeout is made for tiles on workers; this fetch holds
+  // up the main thread, so it gives up after a short silence.
+  const int Timeout = vxKmlIconTimeout();
+  QElapsedTimer Silence;
+  Silence.start();
+  qint64 Received = 0;
+  Handler->SetOnCheckCancel([&] {
+    if (Content.Overflowed())
+      return true;
+    if (Content.size() != Received)
+    {
+      Received = Content.size();
+      Silence.restart();
+    }
+    return Silence.hasExpired(Timeout);
+  });
+  int Status = -1;
+  const bool Fetched = Handler->Get(AHref, Content, Status);
+  if (Fetched && !Content.Overflowed())
+  {
+    ABytes = Content.data();
+    return TIconFetch::Done;
+  }
+  return Status < 0 && !Content.Overflowed() ? TIconFetch::Unreachable : TIconFetch::NoIcon;
+}
+
+QImage ReadCachedIcon(const QString& AFileName)
+{
+  QFile File(AFileName);
+  QImage Image;
+  if (File.open(QIODevice::ReadOnly) && File.size() <= TvxMapControlKmlFileLoader::MaxIconBytes)
+    Image.loadFromData(File.readAll());
+  return Image;
+}
+
+// Whole or not at all: a half-written file would be read as an icon later.
+void WriteCachedIcon(const QString& AFileName, const QByteArray& ABytes)
+{
+  QDir().mkpath(QFileInfo(AFileName).absolutePath());
+  QSaveFile File(AFileName);
+  if (File.open(QIODevice::WriteOnly) && File.write(ABytes) == ABytes.size())
+    File.commit();
+}
+
 } // namespace
+
+void vxSetKmlIconCacheDir(const QString& ADir)
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  State.CacheDir = ADir;
+}
+
+QString vxKmlIconCacheDir()
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  return State.CacheDir;
+}
+
+QString vxKmlIconCacheFileName(const QString& AHref)
+{
+  const QString Dir = vxKmlIconCacheDir();
+  if (Dir.isEmpty())
+    return {};
+  const QByteArray Hash =
+    QCryptographicHash::hash(AHref.trimmed().toCaseFolded().toUtf8(), QCryptographicHash::Sha256).toHex();
+  return QDir(Dir).filePath(QString::fromLatin1(Hash) + QLatin1String(".icon"));
+}
+
+void vxSetKmlIconTimeout(int AMilliseconds)
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  State.TimeoutMs = AMilliseconds > 0 ? AMilliseconds : vxKmlIconDefaultTimeoutMs;
+}
+
+int vxKmlIconTimeout()
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  return State.TimeoutMs;
+}
+
+void vxSetKmlIconRetryInterval(int AMilliseconds)
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  State.RetryIntervalMs = AMilliseconds >= 0 ? AMilliseconds : vxKmlIconDefaultRetryIntervalMs;
+}
+
+void vxForgetKmlIconFailures()
+{
+  TIconState& State = IconState();
+  QMutexLocker Lock(&State.Lock);
+  State.FailedUrls.clear();
+  State.FailedHosts.clear();
+}
 
 // The converter base
 
@@ -351,27 +521,47 @@ QImage TvxMapControlKmlFileLoader::GetIcon(const QString& AHref)
   const QString Key = AHref.toCaseFolded();
   if (const auto It = FIcons.constFind(Key); It != FIcons.cend())
     return *It;
-  QImage Image = FetchIcon(AHref);
-  if (!Image.isNull())
-    FIcons.insert(Key, Image);
+  // A failure is kept too: one try per URL and load.
+  const QImage Image = LoadIcon(AHref);
+  FIcons.insert(Key, Image);
   return Image;
 }
 
-QImage TvxMapControlKmlFileLoader::FetchIcon(const QString& AHref)
+QImage TvxMapControlKmlFileLoader::LoadIcon(const QString& AHref)
 {
   // A path inside the document or on disk fails like an unreachable host.
   const QString Href = AHref.trimmed();
   if (!Href.startsWith(QLatin1String("http://"), Qt::CaseInsensitive) &&
       !Href.startsWith(QLatin1String("https://"), Qt::CaseInsensitive))
     return {};
-  TBoundedBuffer Content(MaxIconBytes);
-  Content.open(QIODevice::WriteOnly);
-  int Status = -1;
-  if (!TvxHttpRequest::CreateHandler()->Get(Href, Content, Status) || Content.Overflowed())
+  const QString FileName = vxKmlIconCacheFileName(Href);
+  if (!FileName.isEmpty())
+    if (QImage Cached = ReadCachedIcon(FileName); !Cached.isNull())
+      return Cached;
+
+  const QString UrlKey = Href.toCaseFolded();
+  const QString Host = HostKey(QUrl(Href, QUrl::TolerantMode));
+  if (IsResting(UrlKey, Host))
     return {};
+  QByteArray Bytes;
+  switch (FetchIconBytes(Href, Bytes))
+  {
+  case TIconFetch::Unreachable:
+    NoteFailure(&TIconState::FailedHosts, Host);
+    return {};
+  case TIconFetch::NoIcon:
+    NoteFailure(&TIconState::FailedUrls, UrlKey);
+    return {};
+  case TIconFetch::Done:
+    break;
+  }
   // A body that is no image counts as a failed fetch.
   QImage Image;
-  Image.loadFromData(Content.data());
+  Image.loadFromData(Bytes);
+  if (Image.isNull())
+    NoteFailure(&TIconState::FailedUrls, UrlKey);
+  else if (!FileName.isEmpty())
+    WriteCachedIcon(FileName, Bytes);
   return Image;
 }
 

@@ -4,7 +4,7 @@
 // point becomes a custom element with its style's icon, a line a polyline,
 // a polygon a path, and all polygons of one multi-geometry one path. Only
 // the normal style is used. Icons are fetched over HTTP, once per URL and
-// load.
+// load, and kept on disk when a folder for them is set.
 
 #include "vxKmlElements.h"
 
@@ -189,20 +189,42 @@ public:
   TvxMapItems& MapItems() const { return FMapItems; }
   const TvxMapControlKmlElementConverterFactory& Converters() const { return FConverters; }
 
-  // The icon of an http or https URL, fetched once per load; a null image
-  // when it cannot be had, which stores nothing, so a later placemark
-  // tries again.
+  // The icon of an http or https URL, asked for once per load: from the
+  // disk cache, else from the network unless the URL or its host failed
+  // lately (see vxSetKmlIconRetryInterval). A null image when it cannot be
+  // had, and the point shows the built-in pin.
   QImage GetIcon(const QString& AHref);
 
 private:
-  static QImage FetchIcon(const QString& AHref);
+  static QImage LoadIcon(const QString& AHref);
 
   TvxMapItemFileLayer& FOwner;
   TvxMapItems& FMapItems;
   TvxMapControlKmlElementConverterFactory FConverters;
-  // By URL, case folded: the same icon spelled otherwise is one fetch.
+  // By URL, case folded: the same icon spelled otherwise is one fetch. A
+  // failure is a null image.
   QHash<QString, QImage> FIcons;
 };
+
+// The folder that keeps fetched icons between runs, one file per URL, read
+// before any fetch; empty (the default) keeps none. Process-wide.
+void vxSetKmlIconCacheDir(const QString& ADir);
+QString vxKmlIconCacheDir();
+// The file of a URL in that folder (empty without a folder).
+QString vxKmlIconCacheFileName(const QString& AHref);
+
+// An icon fetch ends when no byte has come for this long, connecting
+// included, so that a host that never answers costs one short wait.
+inline constexpr int vxKmlIconDefaultTimeoutMs = 3000;
+void vxSetKmlIconTimeout(int AMilliseconds);
+int vxKmlIconTimeout();
+
+// A URL that failed, and every URL of a host that could not be reached, is
+// not fetched again for this long, across loads.
+inline constexpr int vxKmlIconDefaultRetryIntervalMs = 5 * 60 * 1000;
+void vxSetKmlIconRetryInterval(int AMilliseconds);
+// Forgets those failures: the next load tries again.
+void vxForgetKmlIconFailures();
 
 // Builds the factories and registers the KML loader with the file layers.
 // Call once at start-up, on the main thread.

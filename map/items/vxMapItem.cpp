@@ -5,11 +5,17 @@
 #include "vxCustomMapItemLayer.h"
 #include "vxMapControl.h"
 
+#include <QDate>
+#include <QDateTime>
 #include <QFontMetrics>
+#include <QLocale>
 #include <QPainter>
+#include <QTime>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
+#include <string_view>
 
 namespace
 {
@@ -25,7 +31,73 @@ TvxMapControlPainter& DefaultPainter()
   return Painter;
 }
 
+// The program's float text: up to 15 significant digits without trailing
+// zeros, fixed from 1E-5 up to below 1E15, scientific outside.
+QString FloatText(double AValue, const QLocale& ALocale)
+{
+  if (std::isnan(AValue))
+    return QStringLiteral("NAN");
+  if (std::isinf(AValue))
+    return AValue > 0 ? QStringLiteral("INF") : QStringLiteral("-INF");
+  char Buffer[64];
+  const auto Chars =
+    std::to_chars(Buffer, Buffer + sizeof Buffer, std::fabs(AValue), std::chars_format::scientific, 14);
+  const std::string_view Text(Buffer, size_t(Chars.ptr - Buffer));
+  const size_t E = Text.find('e');
+  QString Digits;
+  for (const char C : Text.substr(0, E))
+    if (C != '.')
+      Digits += QLatin1Char(C);
+  while (Digits.size() > 1 && Digits.endsWith(QLatin1Char('0')))
+    Digits.chop(1);
+  if (Digits == QLatin1String("0"))
+    return QStringLiteral("0"); // also for -0.0
+  int Exponent = 0;
+  std::string_view ExponentText = Text.substr(E + 1);
+  if (!ExponentText.empty() && ExponentText.front() == '+')
+    ExponentText.remove_prefix(1);
+  std::from_chars(ExponentText.data(), ExponentText.data() + ExponentText.size(), Exponent);
+
+  const QString Point = ALocale.decimalPoint();
+  QString Result = std::signbit(AValue) ? QStringLiteral("-") : QString();
+  if (Exponent >= 15 || Exponent < -5)
+  {
+    Result += Digits.front();
+    if (Digits.size() > 1)
+      Result += Point + Digits.mid(1);
+    return Result + QLatin1Char('E') + QString::number(Exponent);
+  }
+  if (Exponent < 0)
+    return Result + QLatin1Char('0') + Point + QString(-Exponent - 1, QLatin1Char('0')) + Digits;
+  const qsizetype IntLength = Exponent + 1;
+  Result += Digits.left(IntLength);
+  if (Digits.size() < IntLength)
+    Result += QString(IntLength - Digits.size(), QLatin1Char('0'));
+  else if (Digits.size() > IntLength)
+    Result += Point + Digits.mid(IntLength);
+  return Result;
+}
+
 } // namespace
+
+QString vxAttributeValueText(const QVariant& AValue)
+{
+  const QLocale Locale;
+  switch (AValue.typeId())
+  {
+  case QMetaType::Double:
+  case QMetaType::Float:
+    return FloatText(AValue.toDouble(), Locale);
+  case QMetaType::QDate:
+    return Locale.toString(AValue.toDate(), QLocale::ShortFormat);
+  case QMetaType::QDateTime:
+    return Locale.toString(AValue.toDateTime(), QLocale::ShortFormat);
+  case QMetaType::QTime:
+    return Locale.toString(AValue.toTime(), QLocale::ShortFormat);
+  default:
+    return AValue.toString();
+  }
+}
 
 QFont vxScaledItemFont(const QFont& AFont, double AScaleFactor)
 {
@@ -133,7 +205,7 @@ QString vxParseTextPattern(const QString& APattern, const TvxMapItemAttributes& 
     Position = Close;
     // "{ NAME }" finds NAME but then looks for "{NAME}": kept as it is.
     if (AAttributes.ContainsName(Name))
-      Text.replace(QLatin1Char('{') + Name + QLatin1Char('}'), AAttributes.Value(Name).toString(),
+      Text.replace(QLatin1Char('{') + Name + QLatin1Char('}'), vxAttributeValueText(AAttributes.Value(Name)),
                    Qt::CaseInsensitive);
   }
   return Text;

@@ -58,6 +58,12 @@ private:
   QHash<QString, QVariant> FItems;
 };
 
+// An attribute value as hint or title text, in the user's locale (QLocale()):
+// floats with its decimal separator, no group separators and the shortest
+// form of up to 15 significant digits ("2,5", "1E20"); dates and times in its
+// short format; integers as plain digits; anything else as QVariant has it.
+QString vxAttributeValueText(const QVariant& AValue);
+
 // The title pattern "{NAME}" expanded against the attributes. The pattern is
 // scanned and the text changed, so values holding braces stay as they are;
 // the name is looked up exactly and replaced ignoring case.

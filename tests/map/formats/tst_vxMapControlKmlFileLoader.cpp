@@ -8,7 +8,9 @@
 
 #include <QBuffer>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QHash>
 #include <QImage>
 #include <QSet>
@@ -17,6 +19,12 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <numeric>
 
 namespace
@@ -143,6 +151,86 @@ private:
   QStringList FUserAgents;
 };
 
+// The program's transport, counting the fetches that reach it while alive,
+// and those that the caller gave up.
+struct TCountingTransport
+{
+  static inline std::atomic<int> Attempts = 0;
+  static inline std::atomic<int> Cancelled = 0;
+  struct TRequest : TvxMapControlHttpRequest
+  {
+    bool DoGet(const QUrl& AUrl, QIODevice& AContent, int& AStatusCode) override
+    {
+      ++Attempts;
+      const bool Result = TvxMapControlHttpRequest::DoGet(AUrl, AContent, AStatusCode);
+      Cancelled += IsCancelled();
+      return Result;
+    }
+  };
+  TCountingTransport()
+  {
+    Attempts = 0;
+    Cancelled = 0;
+    TvxHttpRequest::RegisterHandler([] { return std::make_unique<TRequest>(); });
+  }
+  ~TCountingTransport() { TvxHttpRequest::UnregisterHandler(); }
+};
+
+// A loopback listener with a backlog of none, filled by a connection it never
+// accepts: the kernel drops further SYNs, so connecting hangs as it does
+// towards a host behind a dead route. Port 0 when that cannot be set up.
+struct TSilentHost
+{
+  int Listener = socket(AF_INET, SOCK_STREAM, 0);
+  int Filler = socket(AF_INET, SOCK_STREAM, 0);
+  quint16 Port = 0;
+
+  TSilentHost()
+  {
+    sockaddr_in Address{};
+    Address.sin_family = AF_INET;
+    Address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t Length = sizeof Address;
+    auto* Raw = reinterpret_cast<sockaddr*>(&Address);
+    if (bind(Listener, Raw, Length) == 0 && listen(Listener, 0) == 0 && getsockname(Listener, Raw, &Length) == 0 &&
+        ::connect(Filler, Raw, Length) == 0)
+      Port = ntohs(Address.sin_port);
+  }
+  ~TSilentHost()
+  {
+    close(Filler);
+    close(Listener);
+  }
+  bool IsSilent() const
+  {
+    QTcpSocket Probe;
+    Probe.connectToHost(QHostAddress::LocalHost, Port);
+    return Port != 0 && !Probe.waitForConnected(100);
+  }
+};
+
+// A port on 127.0.0.1 that refuses connections.
+quint16 ClosedPort()
+{
+  QTcpServer Server;
+  Server.listen(QHostAddress::LocalHost, 0);
+  const quint16 Port = Server.serverPort();
+  Server.close();
+  return Port;
+}
+
+// APlacemarks points using the icons in turn.
+QByteArray ManyPoints(int APlacemarks, const QStringList& AIcons)
+{
+  QByteArray Body;
+  for (int I = 0; I < AIcons.size(); ++I)
+    Body += "<Style id=\"s" + QByteArray::number(I) + "\">" + IconStyle(AIcons[I]).mid(7);
+  for (int P = 0; P < APlacemarks; ++P)
+    Body += "<Placemark><styleUrl>#s" + QByteArray::number(P % AIcons.size()) +
+            "</styleUrl><Point><coordinates>10,20</coordinates></Point></Placemark>";
+  return Kml(Body);
+}
+
 } // namespace
 
 class TestMapControlKmlFileLoader : public QObject
@@ -155,6 +243,16 @@ private Q_SLOTS:
     vxRegisterKmlFileLoader();
     // The name the program runs under, which the User-Agent carries.
     QCoreApplication::setApplicationName(QStringLiteral("Mapwright"));
+  }
+
+  // Failures are remembered for the process: each test starts afresh.
+  void init() { vxForgetKmlIconFailures(); }
+  void cleanup()
+  {
+    vxForgetKmlIconFailures();
+    vxSetKmlIconCacheDir(QString());
+    vxSetKmlIconTimeout(vxKmlIconDefaultTimeoutMs);
+    vxSetKmlIconRetryInterval(vxKmlIconDefaultRetryIntervalMs);
   }
 
   void wholeFileThroughTheLayer()
@@ -406,16 +504,15 @@ private Q_SLOTS:
     QCOMPARE(Image(0).size(), QSize(20, 10));
     QCOMPARE(Image(1).size(), QSize(20, 10));
     QCOMPARE(Image(0).pixelColor(5, 5), QColor(Qt::red));
-    // A failure stores nothing: the next placemark asks again, and the
-    // built-in pin shows.
-    QCOMPARE(Server.Requests("/missing.png"), 2);
+    // A failure is asked for once, and the built-in pin shows.
+    QCOMPARE(Server.Requests("/missing.png"), 1);
     QVERIFY(Image(2).isNull());
     QVERIFY(Image(3).isNull());
     QCOMPARE(Server.Requests("/text"), 1);
     QVERIFY(Image(4).isNull());
     // Not HTTP: no request at all.
     QVERIFY(Image(5).isNull());
-    QCOMPARE(Server.TotalRequests(), 4);
+    QCOMPARE(Server.TotalRequests(), 3);
 
     QCOMPARE(Image(6).size(), QSize(40, 20));
     // A huge scale is held to a sane size, a tiny one leaves no image.
@@ -430,9 +527,110 @@ private Q_SLOTS:
       QCOMPARE(Agent, vxHttpUserAgent());
     }
 
-    // A new load fetches again: the list lives for one load.
-    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin))));
+    // A new load fetches again without a disk cache, but not what failed:
+    // a server that answered keeps serving its other icons.
+    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin)) + PointPlacemark(IconStyle(Missing))));
     QCOMPARE(Server.Requests("/pin.png"), 2);
+    QCOMPARE(Server.Requests("/missing.png"), 1);
+    QVERIFY(Image(0).size() == QSize(20, 10) && Image(1).isNull());
+  }
+
+  void unreachableIconHostsAreTriedOnce()
+  {
+    TCountingTransport Transport;
+    TLayerFixture Fixture;
+    const QString Refused = QStringLiteral("http://127.0.0.1:%1").arg(ClosedPort());
+    const QByteArray Layer = ManyPoints(200, {Refused + "/a.png", Refused + "/b.png", Refused + "/A.PNG"});
+    Fixture.Load(Layer);
+    QVERIFY2(Fixture.Layer->Active(), qPrintable(Fixture.Layer->LastError()));
+    QCOMPARE(Fixture.Count(), 200);
+    // One host that refused: its other icons are not asked for either.
+    QCOMPARE(Transport.Attempts, 1);
+    for (const int I : {0, 1, 2, 199})
+      QVERIFY(!Fixture.Item<TvxMapCustomElement>(I)->HasImage());
+
+    // Later loads of the process wait no more, until the failures are
+    // forgotten or the retry interval has passed.
+    Fixture.Load(Layer);
+    QCOMPARE(Fixture.Count(), 200);
+    QCOMPARE(Transport.Attempts, 1);
+    vxForgetKmlIconFailures();
+    Fixture.Load(Layer);
+    QCOMPARE(Transport.Attempts, 2);
+    // Without an interval only the load's own list holds: once per URL.
+    vxSetKmlIconRetryInterval(0);
+    Fixture.Load(Layer);
+    Fixture.Load(Layer);
+    QCOMPARE(Transport.Attempts, 6);
+    vxSetKmlIconRetryInterval(vxKmlIconDefaultRetryIntervalMs);
+
+    // A host that never completes a connection is given up after the
+    // timeout, once for all its icons.
+    TSilentHost Silent;
+    if (!Silent.IsSilent())
+      QSKIP("this system answers connections beyond a full backlog");
+    vxSetKmlIconTimeout(200);
+    const QString Quiet = QStringLiteral("http://127.0.0.1:%1").arg(Silent.Port);
+    Fixture.Load(ManyPoints(50, {Quiet + "/a.png", Quiet + "/b.png"}));
+    QVERIFY2(Fixture.Layer->Active(), qPrintable(Fixture.Layer->LastError()));
+    QCOMPARE(Fixture.Count(), 50);
+    QCOMPARE(Transport.Attempts, 7);
+    // Ended by the loader's short wait, not by the transfer timeout of tiles.
+    QCOMPARE(Transport.Cancelled, 1);
+    QVERIFY(!Fixture.Item<TvxMapCustomElement>(0)->HasImage());
+  }
+
+  void iconsKeptOnDisk()
+  {
+    QTemporaryDir Dir;
+    QVERIFY(Dir.isValid());
+    const QString IconDir = Dir.filePath("Maps/MapCache/Icons");
+    vxSetKmlIconCacheDir(IconDir);
+    auto Server = std::make_unique<TIconServer>();
+    const QString Pin = Server->Url("/pin.png");
+    const QString Missing = Server->Url("/missing.png");
+    TLayerFixture Fixture;
+    const auto Image = [&Fixture](int AIndex) { return Fixture.Item<TvxMapCustomElement>(AIndex)->Image(); };
+
+    // Only what is an image is kept, in a file of its own, written whole.
+    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin)) + PointPlacemark(IconStyle(Missing)) +
+                     PointPlacemark(IconStyle(Server->Url("/text")))));
+    QCOMPARE(Server->Requests("/pin.png"), 1);
+    const QString PinFile = vxKmlIconCacheFileName(Pin);
+    QCOMPARE(QDir(IconDir).entryList(QDir::Files), QStringList{QFileInfo(PinFile).fileName()});
+
+    // Read before any fetch: the next load asks the server for nothing new.
+    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin)) + PointPlacemark(IconStyle(Server->Url("/PIN.png")))));
+    QCOMPARE(Server->Requests("/pin.png"), 1);
+    QCOMPARE(Image(0).size(), QSize(20, 10));
+    QCOMPARE(Image(1).size(), QSize(20, 10));
+
+    // A damaged file is no icon: fetched again, and replaced as the
+    // offline load below shows.
+    {
+      QFile Damaged(PinFile);
+      QVERIFY(Damaged.open(QIODevice::WriteOnly));
+      Damaged.write("\x89PNG cut off");
+    }
+    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin))));
+    QCOMPARE(Server->Requests("/pin.png"), 2);
+    QCOMPARE(Image(0).size(), QSize(20, 10));
+
+    // Offline, in a later run: the icon still shows, and only what was never
+    // had is asked for.
+    Server.reset();
+    vxForgetKmlIconFailures();
+    TCountingTransport Transport;
+    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin)) + PointPlacemark(IconStyle(Missing))));
+    QCOMPARE(Image(0).size(), QSize(20, 10));
+    QCOMPARE(Image(0).pixelColor(5, 5), QColor(Qt::red));
+    QVERIFY(Image(1).isNull());
+    QCOMPARE(Transport.Attempts, 1);
+
+    // Without a folder nothing is read.
+    vxSetKmlIconCacheDir(QString());
+    Fixture.Load(Kml(PointPlacemark(IconStyle(Pin))));
+    QVERIFY(Image(0).isNull());
   }
 
   void hotSpotBecomesImageOrigin_data()

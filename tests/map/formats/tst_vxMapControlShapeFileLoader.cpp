@@ -8,6 +8,7 @@
 #include <QBuffer>
 #include <QDate>
 #include <QFile>
+#include <QLocale>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTest>
@@ -121,6 +122,51 @@ private Q_SLOTS:
     QCOMPARE(Map.Attribute(1, "OK"), QVariant(false));
     QCOMPARE(Map.Attribute(1, "DAY"), QVariant(QDate(1999, 12, 31)));
     QCOMPARE(vxParseTextPattern(Map.Layer->ItemHint(), Dot->Attributes()), QString("12345"));
+  }
+
+  void hintsAndTitlesInTheUserLocale()
+  {
+    TDbfBuilder Table;
+    Table.Field("NAME", 'C', 6)
+      .Field("AREA", 'N', 12, 5)
+      .Field("RATIO", 'F', 20)
+      .Field("WEIGHT", 'B', 20)
+      .Field("POP", 'N', 9)
+      .Field("DAY", 'D', 8);
+    Table.Row({"Oslo", "454.03", "1500", "0.1", "12345", "20240131"});
+    Table.Row({"Tiny", "-0.5", "1e20", "0.000001", "-7", "19991231"});
+    Table.Row({"Edge", "0.00001", "0.30000000000000004", "123456789012345", "0", "20240131"});
+    TShapeLayer Map;
+    const QString Pattern = "{NAME}|{AREA}|{RATIO}|{WEIGHT}|{POP}|{DAY}";
+    Map.Layer->SetItemHint(Pattern);
+    Map.Layer->ItemTitleOptions().SetText(Pattern);
+    QVERIFY(Map.Load(TShpBuilder().Point(1, 1, 1).Point(2, 2, 2).Point(3, 3, 3).Bytes(), Table.Bytes()));
+    QCOMPARE(Map.Count(), 3);
+    const auto Texts = [&Map] {
+      QStringList Result;
+      for (int I = 0; I < Map.Count(); ++I)
+      {
+        TvxMapItemViewInfo* ViewInfo = Map.Item(I)->ViewInfo();
+        // The hint and the title read values alike.
+        if (ViewInfo->GetText() != ViewInfo->GetHint())
+          return QStringList{ViewInfo->GetText(), ViewInfo->GetHint()};
+        Result << ViewInfo->GetHint();
+      }
+      return Result;
+    };
+
+    // Decimal comma without grouping, at most 15 significant digits, and the
+    // locale's short date.
+    const QLocale Before;
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    const QStringList German = Texts();
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    const QStringList American = Texts();
+    QLocale::setDefault(Before);
+    QCOMPARE(German, QStringList({"Oslo|454,03|1500|0,1|12345|31.01.24", "Tiny|-0,5|1E20|1E-6|-7|31.12.99",
+                                  "Edge|0,00001|0,3|123456789012345|0|31.01.24"}));
+    QCOMPARE(American, QStringList({"Oslo|454.03|1500|0.1|12345|1/31/24", "Tiny|-0.5|1E20|1E-6|-7|12/31/99",
+                                    "Edge|0.00001|0.3|123456789012345|0|1/31/24"}));
   }
 
   void valuesThatDoNotConvertFailTheLoad_data()

@@ -9,6 +9,7 @@
 #include <QBuffer>
 #include <QCursor>
 #include <QDate>
+#include <QLocale>
 #include <QImage>
 #include <QMouseEvent>
 #include <QPainter>
@@ -194,7 +195,7 @@ private Q_SLOTS:
     // Names are found in the pattern only, but replaced in the text.
     QTest::newRow("value with braces not expanded") << "{BRACES}" << "{NAME}";
     QTest::newRow("later names replace inside values") << "{BRACES}/{NAME}" << "A/A";
-    QTest::newRow("numbers, dates and booleans") << "{N};{F};{D};{B}" << "7;2.5;2024-03-01;true";
+    QTest::newRow("numbers, dates and booleans") << "{N};{F};{D};{B}" << "7;2.5;1 Mar 2024;true";
     QTest::newRow("empty pattern") << "" << "";
   }
 
@@ -208,7 +209,12 @@ private Q_SLOTS:
     Attributes.Add("F", 2.5);
     Attributes.Add("D", QDate(2024, 3, 1));
     Attributes.Add("B", true);
-    QTEST(vxParseTextPattern(pattern, Attributes), "expected");
+    // Values are written in the user's locale: here the C locale.
+    const QLocale Before;
+    QLocale::setDefault(QLocale::c());
+    const QString Text = vxParseTextPattern(pattern, Attributes);
+    QLocale::setDefault(Before);
+    QTEST(Text, "expected");
   }
 
   void stylesMergeInThreeChains()
