@@ -219,7 +219,10 @@ void TLayerCatalog::LayerGetItemHint(TvxCustomMapItemLayer* Sender, TvxMapItem* 
 {
   const TvxMapItems& items = Sender->MapItems();
   const QString attribute = items.Count() > 0 ? Text(items.Items(0), LayerNames::MapHint) : QString();
-  AHint = attribute.isEmpty() ? QString() : Text(Item, attribute);
+  // In the user's locale, as every hint of the map is.
+  AHint = attribute.isEmpty() || !Item->Attributes().ContainsName(attribute)
+            ? QString()
+            : vxAttributeValueText(Item->Attributes().Value(attribute));
 }
 
 void TLayerCatalog::AttachHintEvents() const

@@ -20,6 +20,7 @@
 #include "BaseMapsU.h"
 #include "StatusImagesU.h"
 #include "vxMapControl.h"
+#include "vxMapControlKmlFileLoader.h"
 #include "vxMapControlMultiScaleTile.h"
 #include "vxMapImageTileLayer.h"
 #include "vxMapItemLayer.h"
@@ -240,6 +241,8 @@ void TfrmMain::CreatePaths(const QString& configArgument)
     Globals::JoinPath(Globals::ConfigDir, QStringLiteral("Layers\\StaticMarkers.xml"));
   Globals::CustomMarkersConfigFileName =
     Globals::JoinPath(Globals::ConfigDir, QStringLiteral("CustomMarkerImages\\CustomMarkers.xml"));
+  // Icons that KML layers fetched once stay beside the tiles, for offline starts.
+  vxSetKmlIconCacheDir(Globals::JoinPath(Globals::CacheDir, QStringLiteral("Icons")));
 
   // Each one level deep, in this order; the parent's own directory is never made.
   const QStringList dirs = {Globals::ConfigDir, Globals::JoinPath(Globals::ConfigDir, QStringLiteral("Layers")),

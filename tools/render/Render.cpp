@@ -10,6 +10,7 @@
 #include "MarkerImagesU.h"
 #include "StaticMarkersU.h"
 #include "LayerCatalogU.h"
+#include "vxMapControlKmlFileLoader.h"
 #include "vxAzureMapImageryDataProvider.h"
 #include "vxMapItemLayer.h"
 #include "vxMapControl.h"
@@ -512,6 +513,8 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
     LLiveLayer->SetName(LayerNames::LiveMarkers);
     LLive = std::make_unique<TLiveMarkers>(&LControl, LLiveLayer);
     const QString LLayersFile = Globals::JoinPath(LConfig.MapsDir, QStringLiteral("Layers\\Layers.xml"));
+    // Icons the window fetched for KML layers, read from where it keeps them.
+    vxSetKmlIconCacheDir(Globals::JoinPath(LConfig.MapsDir, QStringLiteral("MapCache\\Icons")));
     try
     {
       TLayerCatalog LCatalog(&LControl);
