@@ -66,10 +66,12 @@ TfrmMain::TfrmMain(const QStringList& arguments, QWidget* parent)
   : QWidget(parent)
   , FArguments(arguments)
   , FFeedLink(std::make_unique<TFeedLink>())
+  , FCustomImageInfoList(std::make_unique<TCustomImageInfoList>())
   , FUnloadedFiles(std::make_unique<TUnloadedFiles>())
   , FServers(std::make_unique<TServerSettings>())
 {
   frmMain = this;
+  Globals::CustomImageInfoList = FCustomImageInfoList.get();
   BuildControls();
   FormCreate();
 }
@@ -204,8 +206,9 @@ void TfrmMain::FormCreate()
 
     pnlMarkers->hide();
     HighlightMarker = false;
-    FCustomImageInfoList = std::make_unique<TCustomImageInfoList>();
-    Globals::CustomImageInfoList = FCustomImageInfoList.get();
+    // The list exists from construction on, so that a start-up cut short
+    // by a failure still loads and saves the custom images.
+    FCustomImageInfoList->ClearItems();
   } catch (const EMapwrightError& e) {
     // The rest of start-up is skipped; the window still opens.
     Dialogs::Get().ShowMessage(e.Message());

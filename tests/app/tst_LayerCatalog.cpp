@@ -2,6 +2,8 @@
 // colours, hints, the save, and the Layers dialog's flows on a real map.
 
 #include "DialogsU.h"
+#include "InternetProbeU.h"
+#include "ShellFixtures.h"
 #include "ErrorsU.h"
 #include "ImportLayerU.h"
 #include "LayerCatalogU.h"
@@ -236,6 +238,35 @@ private Q_SLOTS:
     } catch (const EMapwrightError& e) {
       QVERIFY2(e.Message().startsWith(QStringLiteral("Error Reading Connections: ")), qPrintable(e.Message()));
     }
+  }
+
+  // A catalogue that does not load: the message, the rest of start-up
+  // skipped, and the file kept aside before the close writes a new one.
+  void unreadableCatalogueAtStart()
+  {
+    auto owned = std::make_unique<TRecordingDialogs>();
+    TRecordingDialogs* dialogs = owned.get();
+    Dialogs::Set(std::move(owned));
+    InternetProbe::SetProbe([] { return false; });
+    QTemporaryDir config;
+    const QString layersFile = WriteIni(config, QStringLiteral("[Startup]\nStartZoom=5\n")) +
+                               QStringLiteral("/Maps/Layers/Layers.xml");
+    QDir().mkpath(QFileInfo(layersFile).path());
+    const QByteArray broken = "<KestrelMapLayersInfo><Layers><Layer Name=";
+    WriteAll(layersFile, broken);
+    {
+      TfrmMain form(QStringList{config.path(), QStringLiteral("Config")});
+      QCOMPARE(dialogs->Messages.size(), 1);
+      QVERIFY2(dialogs->Messages.first().startsWith(QStringLiteral("Error Reading Layers: ")),
+               qPrintable(dialogs->Messages.first()));
+      // The rest of start-up did not run: the start view was not applied.
+      QVERIFY(form.Map->ZoomLevel() != 5);
+      form.show();
+      form.close();
+    }
+    QCOMPARE(ReadAll(layersFile + QStringLiteral(".unreadable")), broken);
+    QCOMPARE(ReadAll(layersFile), LayerXml(Fixed));
+    Dialogs::Set(nullptr);
   }
 
   // The dialog: import through New, the new row lowest until moved, the
