@@ -4,6 +4,7 @@
 #include <cmath>
 #include <limits>
 #include <numbers>
+#include <typeinfo>
 
 namespace
 {
@@ -44,6 +45,87 @@ double Sign(double AValue)
 }
 
 constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+
+// Forward formulas on a latitude already clamped to the calculator's limits.
+// The one-point slots and the bulk loops share them, so that both give the
+// same bits.
+
+double SphericalMercatorY(double ALatitude, double AOffsetY, double AScaleY)
+{
+  const double SinPhi = std::sin(Radians(ALatitude));
+  return 0.5 * std::log((1 + SinPhi) / (1 - SinPhi)) * AScaleY + AOffsetY;
+}
+
+double MillerY(double ALatitude, double AOffsetY, double AScaleY, double AScaleFactor)
+{
+  const double Phi = Radians(ALatitude);
+  const double V = 1.25 * std::log(std::tan(0.4 * Phi + Pi / 4));
+  return ClampUnit((V / AScaleFactor) * AScaleY + AOffsetY);
+}
+
+double EquirectangularY(double ALatitude, double AOffsetY, double AScaleY)
+{
+  return 2 * Radians(ALatitude) * AScaleY + AOffsetY;
+}
+
+double EqualAreaY(double ALatitude, double AOffsetY, double AScaleY)
+{
+  return std::sin(Radians(ALatitude)) * Pi * AScaleY + AOffsetY;
+}
+
+double BraunStereographicY(double ALatitude, double AOffsetY, double AScaleY)
+{
+  return std::tan(Radians(ALatitude) / 2) * AScaleY * Pi + AOffsetY;
+}
+
+TvxPointDouble KavrayskiyPoint(double ALatitude, double ALongitude, const TvxPointDouble& AOffset,
+                               const TvxPointDouble& AScale)
+{
+  const double Lambda = Radians(ALongitude);
+  const double Phi = Radians(ALatitude);
+  return {std::sqrt(Pi * Pi / 3 - Phi * Phi) * Lambda * AScale.X * std::sqrt(3.0) / Pi + AOffset.X,
+          Phi * AScale.Y * 2 + AOffset.Y};
+}
+
+TvxPointDouble SinusoidalPoint(double ALatitude, double ALongitude, const TvxPointDouble& AOffset,
+                               const TvxPointDouble& AScale)
+{
+  const double Lambda = Radians(ALongitude);
+  const double Phi = Radians(ALatitude);
+  return {Lambda * std::cos(Phi) * AScale.X + AOffset.X, Phi * AScale.Y * 2 + AOffset.Y};
+}
+
+TvxPointDouble EPSG4326Point(double ALatitude, double ALongitude)
+{
+  return {(ALongitude + 180) / 360, 1 - (ALatitude + 90) / 180};
+}
+
+// The bulk loop of a built-in calculator, AForward(latitude, longitude)
+// inlined into it. A subclass may have changed a slot the formulas skip, so
+// it gets the base's loop through the slots instead.
+template <class TCalculator, class TForward>
+void ProjectPoints(const TCalculator& ACalculator, std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                   std::span<TvxPointDouble> AMapUnits, const TvxPointDouble& AOffset, const TvxPointDouble& AScale,
+                   bool ANormalize, TForward AForward)
+{
+  if (typeid(ACalculator) != typeid(TCalculator))
+  {
+    ACalculator.TvxMapControlProjectionCalculator::GetMapUnits(AGeoPoints, AMapUnits, AOffset, AScale, ANormalize);
+    return;
+  }
+  const size_t Count = std::min(AGeoPoints.size(), AMapUnits.size());
+  const TvxMapControlGeoPoint* In = AGeoPoints.data();
+  TvxPointDouble* Out = AMapUnits.data();
+  if (ANormalize)
+    for (size_t I = 0; I < Count; ++I)
+    {
+      const TvxMapControlGeoPoint P = vxNormalizedGeoPoint(In[I]);
+      Out[I] = AForward(P.Latitude, P.Longitude);
+    }
+  else
+    for (size_t I = 0; I < Count; ++I)
+      Out[I] = AForward(In[I].Latitude, In[I].Longitude);
+}
 }
 
 // --- Calculator base ---
@@ -61,6 +143,16 @@ TvxPointDouble TvxMapControlProjectionCalculator::GetMapUnit(const TvxMapControl
                                                              const TvxPointDouble& AScale) const
 {
   return {GetMapUnitX(AGeoPoint.Longitude, AOffset.X, AScale.X), GetMapUnitY(AGeoPoint.Latitude, AOffset.Y, AScale.Y)};
+}
+
+void TvxMapControlProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                    std::span<TvxPointDouble> AMapUnits,
+                                                    const TvxPointDouble& AOffset, const TvxPointDouble& AScale,
+                                                    bool ANormalize) const
+{
+  const size_t Count = std::min(AGeoPoints.size(), AMapUnits.size());
+  for (size_t I = 0; I < Count; ++I)
+    AMapUnits[I] = GetMapUnit(ANormalize ? vxNormalizedGeoPoint(AGeoPoints[I]) : AGeoPoints[I], AOffset, AScale);
 }
 
 double TvxMapControlProjectionCalculator::ClampLatitude(double ALatitude) const
@@ -96,8 +188,21 @@ double TvxMapControlSphericalMercatorProjectionCalculator::GetMapUnitX(double AL
 double TvxMapControlSphericalMercatorProjectionCalculator::GetMapUnitY(double ALatitude, double AOffsetY,
                                                                        double AScaleY) const
 {
-  const double SinPhi = std::sin(Radians(ClampLatitude(ALatitude)));
-  return 0.5 * std::log((1 + SinPhi) / (1 - SinPhi)) * AScaleY + AOffsetY;
+  return SphericalMercatorY(ClampLatitude(ALatitude), AOffsetY, AScaleY);
+}
+
+void TvxMapControlSphericalMercatorProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                                     std::span<TvxPointDouble> AMapUnits,
+                                                                     const TvxPointDouble& AOffset,
+                                                                     const TvxPointDouble& AScale,
+                                                                     bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                          SphericalMercatorY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Elliptical Mercator ---
@@ -151,6 +256,19 @@ double TvxMapControlEllipticalMercatorProjectionCalculator::GetMapUnitY(double A
   return ClampUnit(std::log(std::tan(0.5 * (FPiHalf + Phi)) * P) * AScaleY + AOffsetY);
 }
 
+void TvxMapControlEllipticalMercatorProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                                      std::span<TvxPointDouble> AMapUnits,
+                                                                      const TvxPointDouble& AOffset,
+                                                                      const TvxPointDouble& AScale,
+                                                                      bool ANormalize) const
+{
+  const auto Forward = [=, this](double ALatitude, double ALongitude) {
+    const double Y = TvxMapControlEllipticalMercatorProjectionCalculator::GetMapUnitY(ALatitude, AOffset.Y, AScale.Y);
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X), Y);
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+}
+
 // --- Miller ---
 
 double TvxMapControlMillerProjectionCalculator::GetGeoPointLatitude(double AMapUnitY, double AOffsetY,
@@ -173,9 +291,21 @@ double TvxMapControlMillerProjectionCalculator::GetMapUnitX(double ALongitude, d
 
 double TvxMapControlMillerProjectionCalculator::GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const
 {
-  const double Phi = Radians(ClampLatitude(ALatitude));
-  const double V = 1.25 * std::log(std::tan(0.4 * Phi + Pi / 4));
-  return ClampUnit((V / FScaleFactor) * AScaleY + AOffsetY);
+  return MillerY(ClampLatitude(ALatitude), AOffsetY, AScaleY, FScaleFactor);
+}
+
+void TvxMapControlMillerProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                          std::span<TvxPointDouble> AMapUnits,
+                                                          const TvxPointDouble& AOffset, const TvxPointDouble& AScale,
+                                                          bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const double ScaleFactor = FScaleFactor;
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                          MillerY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y, ScaleFactor));
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Equirectangular ---
@@ -201,7 +331,20 @@ double TvxMapControlEquirectangularProjectionCalculator::GetMapUnitX(double ALon
 double TvxMapControlEquirectangularProjectionCalculator::GetMapUnitY(double ALatitude, double AOffsetY,
                                                                      double AScaleY) const
 {
-  return 2 * Radians(ClampLatitude(ALatitude)) * AScaleY + AOffsetY;
+  return EquirectangularY(ClampLatitude(ALatitude), AOffsetY, AScaleY);
+}
+
+void TvxMapControlEquirectangularProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                                   std::span<TvxPointDouble> AMapUnits,
+                                                                   const TvxPointDouble& AOffset,
+                                                                   const TvxPointDouble& AScale, bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                          EquirectangularY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Equal area (also Lambert cylindrical equal area) ---
@@ -226,7 +369,32 @@ double TvxMapControlEqualAreaProjectionCalculator::GetMapUnitX(double ALongitude
 
 double TvxMapControlEqualAreaProjectionCalculator::GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const
 {
-  return std::sin(Radians(ClampLatitude(ALatitude))) * Pi * AScaleY + AOffsetY;
+  return EqualAreaY(ClampLatitude(ALatitude), AOffsetY, AScaleY);
+}
+
+void TvxMapControlEqualAreaProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                             std::span<TvxPointDouble> AMapUnits,
+                                                             const TvxPointDouble& AOffset,
+                                                             const TvxPointDouble& AScale, bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                          EqualAreaY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+}
+
+void TvxMapControlLambertCylindricalEqualAreaProjectionCalculator::GetMapUnits(
+  std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits, const TvxPointDouble& AOffset,
+  const TvxPointDouble& AScale, bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                          EqualAreaY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Braun stereographic ---
@@ -253,7 +421,21 @@ double TvxMapControlBraunStereographicProjectionCalculator::GetMapUnitX(double A
 double TvxMapControlBraunStereographicProjectionCalculator::GetMapUnitY(double ALatitude, double AOffsetY,
                                                                         double AScaleY) const
 {
-  return std::tan(Radians(ClampLatitude(ALatitude)) / 2) * AScaleY * Pi + AOffsetY;
+  return BraunStereographicY(ClampLatitude(ALatitude), AOffsetY, AScaleY);
+}
+
+void TvxMapControlBraunStereographicProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                                      std::span<TvxPointDouble> AMapUnits,
+                                                                      const TvxPointDouble& AOffset,
+                                                                      const TvxPointDouble& AScale,
+                                                                      bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                          BraunStereographicY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Whole-point calculators ---
@@ -296,10 +478,19 @@ TvxPointDouble TvxMapControlKavrayskiyProjectionCalculator::GetMapUnit(const Tvx
                                                                        const TvxPointDouble& AOffset,
                                                                        const TvxPointDouble& AScale) const
 {
-  const double Lambda = Radians(AGeoPoint.Longitude);
-  const double Phi = Radians(ClampLatitude(AGeoPoint.Latitude));
-  return {std::sqrt(Pi * Pi / 3 - Phi * Phi) * Lambda * AScale.X * std::sqrt(3.0) / Pi + AOffset.X,
-          Phi * AScale.Y * 2 + AOffset.Y};
+  return KavrayskiyPoint(ClampLatitude(AGeoPoint.Latitude), AGeoPoint.Longitude, AOffset, AScale);
+}
+
+void TvxMapControlKavrayskiyProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                              std::span<TvxPointDouble> AMapUnits,
+                                                              const TvxPointDouble& AOffset,
+                                                              const TvxPointDouble& AScale, bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return KavrayskiyPoint(std::clamp(ALatitude, Low, High), ALongitude, AOffset, AScale);
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Sinusoidal ---
@@ -325,9 +516,19 @@ TvxPointDouble TvxMapControlSinusoidalProjectionCalculator::GetMapUnit(const Tvx
                                                                        const TvxPointDouble& AOffset,
                                                                        const TvxPointDouble& AScale) const
 {
-  const double Lambda = Radians(AGeoPoint.Longitude);
-  const double Phi = Radians(ClampLatitude(AGeoPoint.Latitude));
-  return {Lambda * std::cos(Phi) * AScale.X + AOffset.X, Phi * AScale.Y * 2 + AOffset.Y};
+  return SinusoidalPoint(ClampLatitude(AGeoPoint.Latitude), AGeoPoint.Longitude, AOffset, AScale);
+}
+
+void TvxMapControlSinusoidalProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                              std::span<TvxPointDouble> AMapUnits,
+                                                              const TvxPointDouble& AOffset,
+                                                              const TvxPointDouble& AScale, bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return SinusoidalPoint(std::clamp(ALatitude, Low, High), ALongitude, AOffset, AScale);
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- EPSG:4326 ---
@@ -344,7 +545,19 @@ TvxPointDouble TvxMapControlEPSG4326ProjectionCalculator::GetMapUnit(const TvxMa
                                                                      const TvxPointDouble&,
                                                                      const TvxPointDouble&) const
 {
-  return {(AGeoPoint.Longitude + 180) / 360, 1 - (ClampLatitude(AGeoPoint.Latitude) + 90) / 180};
+  return EPSG4326Point(ClampLatitude(AGeoPoint.Latitude), AGeoPoint.Longitude);
+}
+
+void TvxMapControlEPSG4326ProjectionCalculator::GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                            std::span<TvxPointDouble> AMapUnits,
+                                                            const TvxPointDouble& AOffset, const TvxPointDouble& AScale,
+                                                            bool ANormalize) const
+{
+  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
+  const auto Forward = [=](double ALatitude, double ALongitude) {
+    return EPSG4326Point(std::clamp(ALatitude, Low, High), ALongitude);
+  };
+  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
 }
 
 // --- Projection base ---
@@ -394,6 +607,18 @@ TvxMapControlGeoPoint TvxMapControlCustomProjection::MapUnitToGeoPoint(const Tvx
 TvxPointDouble TvxMapControlCustomProjection::GeoPointToMapUnit(const TvxMapControlGeoPoint& AGeoPoint) const
 {
   return InternalGeoPointToMapUnit(AGeoPoint);
+}
+
+void TvxMapControlCustomProjection::GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                                        std::span<TvxPointDouble> AMapUnits, bool ANormalize) const
+{
+  const size_t Count = std::min(AGeoPoints.size(), AMapUnits.size());
+  const TvxMapControlProjectionCalculator* Calculator = ProjectionCalculator();
+  if (!Calculator)
+    std::fill_n(AMapUnits.begin(), Count, vxNullPointDouble);
+  else
+    Calculator->GetMapUnits(AGeoPoints.first(Count), AMapUnits.first(Count), {OffsetX(), OffsetY()},
+                            {ScaleX(), ScaleY()}, ANormalize);
 }
 
 TvxSizeDouble TvxMapControlCustomProjection::GeoToKilometersSize(const TvxMapControlGeoPoint& AAnchorPoint,

@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -34,6 +35,13 @@ public:
                                             const TvxPointDouble& AScale) const;
   virtual TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
                                     const TvxPointDouble& AScale) const;
+  // GetMapUnit of every point, with ANormalize after vxNormalizedGeoPoint;
+  // AMapUnits holds at least as many points as AGeoPoints. The base calls
+  // GetMapUnit per point. The built-in calculators run their formulas in one
+  // loop without virtual calls, giving the same bits, and fall back to the
+  // base for a subclass, whose slots they cannot know.
+  virtual void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                           const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const;
 
 protected:
   double ClampLatitude(double ALatitude) const;
@@ -64,6 +72,8 @@ public:
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 class TvxMapControlEllipticalMercatorProjectionCalculator
@@ -76,6 +86,8 @@ public:
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 
 private:
   const double FPiHalf;
@@ -94,6 +106,8 @@ public:
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 
 private:
   // Brings the Miller ordinate of the pole to pi, as Mercator's limit has.
@@ -108,6 +122,8 @@ public:
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 class TvxMapControlEqualAreaProjectionCalculator
@@ -118,11 +134,16 @@ public:
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 // The same formulas; the two projections differ only in their default scale.
 class TvxMapControlLambertCylindricalEqualAreaProjectionCalculator : public TvxMapControlEqualAreaProjectionCalculator
 {
+public:
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 class TvxMapControlBraunStereographicProjectionCalculator
@@ -133,6 +154,8 @@ public:
   double GetGeoPointLongitude(double AMapUnitX, double AOffsetX, double AScaleX) const override;
   double GetMapUnitX(double ALongitude, double AOffsetX, double AScaleX) const override;
   double GetMapUnitY(double ALatitude, double AOffsetY, double AScaleY) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 // Calculators that work on whole points, because their axes depend on each
@@ -155,6 +178,8 @@ public:
                                     const TvxPointDouble& AScale) const override;
   TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
                             const TvxPointDouble& AScale) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 class TvxMapControlSinusoidalProjectionCalculator
@@ -165,6 +190,8 @@ public:
                                     const TvxPointDouble& AScale) const override;
   TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
                             const TvxPointDouble& AScale) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 // Plain degrees; offset and scale are ignored on purpose.
@@ -176,6 +203,8 @@ public:
                                     const TvxPointDouble& AScale) const override;
   TvxPointDouble GetMapUnit(const TvxMapControlGeoPoint& AGeoPoint, const TvxPointDouble& AOffset,
                             const TvxPointDouble& AScale) const override;
+  void GetMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                   const TvxPointDouble& AOffset, const TvxPointDouble& AScale, bool ANormalize) const override;
 };
 
 // The base of all projections. Without a calculator (as in this base) every
@@ -198,6 +227,12 @@ public:
 
   virtual TvxMapControlGeoPoint MapUnitToGeoPoint(const TvxPointDouble& AMapPoint) const;
   virtual TvxPointDouble GeoPointToMapUnit(const TvxMapControlGeoPoint& AGeoPoint) const;
+  // GeoPointToMapUnit of every point in one call, with ANormalize after
+  // vxNormalizedGeoPoint; AMapUnits holds at least as many points as
+  // AGeoPoints. A subclass that changes the one-point conversion changes
+  // this one too: item layers project their points through it.
+  virtual void GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                   std::span<TvxPointDouble> AMapUnits, bool ANormalize) const;
   // Sizes in degrees to kilometres and back, around the anchor's latitude.
   virtual TvxSizeDouble GeoToKilometersSize(const TvxMapControlGeoPoint& AAnchorPoint, const TvxSizeDouble& ASize) const;
   virtual TvxSizeDouble KilometersToGeoSize(const TvxMapControlGeoPoint& AAnchorPoint, const TvxSizeDouble& ASize) const;

@@ -9,7 +9,10 @@
 #include <QtGlobal>
 #include <stdexcept>
 
+#include <algorithm>
+#include <cmath>
 #include <functional>
+#include <numbers>
 
 // A list asked for an index or a name it does not have.
 class EListError : public std::runtime_error
@@ -106,6 +109,23 @@ struct TvxMapControlGeoPoint
   // "lat,lon", shortest form, "." whatever the locale.
   QString AsString() const;
 };
+
+// The unit converter's normalisation: latitude clamped to [-90, 90],
+// longitude wrapped round the circle into (-180, 180]. Longitudes already in
+// [-180, 180] are kept as they are: the trip through sine and cosine would
+// only add rounding, and -180 stays -180 either way. NaN stays NaN.
+inline TvxMapControlGeoPoint vxNormalizedGeoPoint(const TvxMapControlGeoPoint& APoint)
+{
+  TvxMapControlGeoPoint Result;
+  Result.Latitude = std::clamp(APoint.Latitude, -90.0, 90.0);
+  Result.Longitude = APoint.Longitude;
+  if (!(Result.Longitude >= -180 && Result.Longitude <= 180))
+  {
+    const double A = Result.Longitude * (std::numbers::pi / 180);
+    Result.Longitude = std::atan2(std::sin(A), std::cos(A)) * (180 / std::numbers::pi);
+  }
+  return Result;
+}
 
 struct TvxMapControlGeoRect
 {

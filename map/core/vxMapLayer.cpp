@@ -150,6 +150,12 @@ TvxPointDouble TvxMapLayer::GeoPointToMapUnit(const TvxMapControlGeoPoint& APoin
   return TvxMapUnitConverter::GeoPointToMapUnit(APoint, GetMapProjection(), AShouldNormalize);
 }
 
+void TvxMapLayer::GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                      std::span<TvxPointDouble> AMapUnits, bool AShouldNormalize) const
+{
+  TvxMapUnitConverter::GeoPointsToMapUnits(AGeoPoints, AMapUnits, GetMapProjection(), AShouldNormalize);
+}
+
 TvxMapControlGeoPoint TvxMapLayer::MapUnitToGeoPoint(const TvxPointDouble& AUnit, bool AShouldNormalize) const
 {
   return TvxMapUnitConverter::MapUnitToGeoPoint(AUnit, GetMapProjection(), AShouldNormalize);

@@ -88,6 +88,9 @@ public:
 
   // Geometry, relative to the present viewport.
   TvxPointDouble GeoPointToMapUnit(const TvxMapControlGeoPoint& APoint, bool AShouldNormalize = true) const;
+  // Many points in one call; AMapUnits holds at least as many as AGeoPoints.
+  void GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                           bool AShouldNormalize = true) const;
   TvxMapControlGeoPoint MapUnitToGeoPoint(const TvxPointDouble& AUnit, bool AShouldNormalize = true) const;
   // The fast path of every item point: no converter, no projection.
   TvxPointDouble MapUnitToScreenPoint(const TvxPointDouble& AUnit) const

@@ -3,8 +3,6 @@
 #include "vxMapControlProjections.h"
 
 #include <algorithm>
-#include <cmath>
-#include <numbers>
 
 namespace
 {
@@ -12,13 +10,6 @@ namespace
 double ClampUnit(double AValue)
 {
   return std::clamp(AValue, 0.0, 1.0);
-}
-
-// Going round the circle lands any number of turns in (-180, 180].
-double WrapLongitude(double ALongitude)
-{
-  const double A = ALongitude * (std::numbers::pi / 180);
-  return std::atan2(std::sin(A), std::cos(A)) * (180 / std::numbers::pi);
 }
 }
 
@@ -28,13 +19,19 @@ TvxPointDouble TvxMapUnitConverter::GeoPointToMapUnit(const TvxMapControlGeoPoin
 {
   if (!AProjection)
     return vxNullPointDouble;
-  TvxMapControlGeoPoint Point = AGeoPoint;
-  if (AShouldNormalize)
-  {
-    Point.Latitude = std::clamp(Point.Latitude, -90.0, 90.0);
-    Point.Longitude = WrapLongitude(Point.Longitude);
-  }
-  return AProjection->GeoPointToMapUnit(Point);
+  return AProjection->GeoPointToMapUnit(AShouldNormalize ? vxNormalizedGeoPoint(AGeoPoint) : AGeoPoint);
+}
+
+void TvxMapUnitConverter::GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                              std::span<TvxPointDouble> AMapUnits,
+                                              const TvxMapControlCustomProjection* AProjection,
+                                              bool AShouldNormalize)
+{
+  AMapUnits = AMapUnits.first(std::min(AMapUnits.size(), AGeoPoints.size()));
+  if (!AProjection)
+    std::fill(AMapUnits.begin(), AMapUnits.end(), vxNullPointDouble);
+  else
+    AProjection->GeoPointsToMapUnits(AGeoPoints.first(AMapUnits.size()), AMapUnits, AShouldNormalize);
 }
 
 TvxMapControlGeoPoint TvxMapUnitConverter::MapUnitToGeoPoint(const TvxPointDouble& AMapPoint,

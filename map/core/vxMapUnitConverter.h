@@ -7,6 +7,8 @@
 
 #include <QSize>
 
+#include <span>
+
 class TvxMapControlCustomProjection;
 
 class TvxMapUnitConverter
@@ -16,6 +18,12 @@ public:
   // longitude wrapped into (-180, 180]. A null projection gives (0, 0).
   static TvxPointDouble GeoPointToMapUnit(const TvxMapControlGeoPoint& AGeoPoint,
                                           const TvxMapControlCustomProjection* AProjection, bool AShouldNormalize);
+  // The same for many points in one pass, the normalisation folded in; the
+  // output must hold as many points as the input. Results equal the
+  // one-point call's.
+  static void GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                                  std::span<TvxPointDouble> AMapUnits,
+                                  const TvxMapControlCustomProjection* AProjection, bool AShouldNormalize);
   // With AShouldNormalize both coordinates are clamped to [0, 1].
   static TvxMapControlGeoPoint MapUnitToGeoPoint(const TvxPointDouble& AMapPoint,
                                                  const TvxMapControlCustomProjection* AProjection,

@@ -113,6 +113,7 @@ void TvxMapItemStylesHelper::EnumActualStyles(
 void TvxMapItemStylesHelper::StyleChanged()
 {
   FIsCacheValid = false;
+  FIsFontCacheValid = false;
   if (OnChanged)
     OnChanged(this);
 }
@@ -122,6 +123,16 @@ void TvxMapItemStylesHelper::CheckCache() const
   if (FIsCacheValid)
     return;
   FMaxBorderWidth = 0;
+  for (const auto& Style : FStyles)
+    if (Style && Style->BorderWidth() > FMaxBorderWidth)
+      FMaxBorderWidth = Style->BorderWidth();
+  FIsCacheValid = true;
+}
+
+void TvxMapItemStylesHelper::CheckFontCache() const
+{
+  if (FIsFontCacheValid)
+    return;
   FMaxSizeFont = nullptr;
   int MaxHeight = 0;
   for (const auto& Style : FStyles)
@@ -135,10 +146,8 @@ void TvxMapItemStylesHelper::CheckCache() const
       MaxHeight = std::max(MaxHeight, Height);
       FMaxSizeFont = &Style->Font();
     }
-    if (Style->BorderWidth() > FMaxBorderWidth)
-      FMaxBorderWidth = Style->BorderWidth();
   }
-  FIsCacheValid = true;
+  FIsFontCacheValid = true;
 }
 
 int TvxMapItemStylesHelper::GetMaxBorderWidth() const
@@ -149,6 +158,6 @@ int TvxMapItemStylesHelper::GetMaxBorderWidth() const
 
 const QFont& TvxMapItemStylesHelper::GetMaxSizeFont() const
 {
-  CheckCache();
+  CheckFontCache();
   return *FMaxSizeFont;
 }

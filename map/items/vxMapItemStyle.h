@@ -116,11 +116,15 @@ public:
   std::function<void(TvxMapItemStylesHelper*)> OnChanged;
 
 private:
+  // Apart, because measuring the fonts costs far more than the widths, and
+  // every layout asks for the width of every item, few for the font.
   void CheckCache() const;
+  void CheckFontCache() const;
   void StyleChanged();
 
   void* FOwner;
   mutable bool FIsCacheValid = false;
+  mutable bool FIsFontCacheValid = false;
   mutable int FMaxBorderWidth = 0;
   mutable const QFont* FMaxSizeFont = nullptr;
   std::array<std::unique_ptr<TvxMapItemStyle>, StateCount> FStyles;

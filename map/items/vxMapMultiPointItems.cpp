@@ -14,12 +14,24 @@ namespace
 {
 
 // Screen coordinates stay far inside int even at the deepest zoom; the clamp
-// only keeps a broken projection from overflowing.
+// only keeps a broken projection from overflowing. Rounds half away from
+// zero as lround does, without its call: within the clamp the conversion is
+// exact and so is the fraction it leaves.
 int RoundToInt(double AValue)
 {
   if (std::isnan(AValue))
     return 0;
-  return int(std::lround(std::clamp(AValue, -1e9, 1e9)));
+  const double Value = std::clamp(AValue, -1e9, 1e9);
+  const int Whole = int(Value);
+  const double Fraction = Value - Whole;
+  return Whole + (Fraction >= 0.5) - (Fraction <= -0.5);
+}
+
+// Inlined into the loops over all points of a shape, the layer looked up once.
+QPoint ScreenPoint(const TvxMapLayer* ALayer, const TvxPointDouble& AMapPoint)
+{
+  const TvxPointDouble P = ALayer->MapUnitToScreenPoint(AMapPoint);
+  return {RoundToInt(P.X), RoundToInt(P.Y)};
 }
 
 void AddPolyline(QPainterPath& APath, const QPoint* APoints, qsizetype ACount)
@@ -122,6 +134,16 @@ int TvxMapControlGeoPointCollection::IndexOf(const TvxMapControlGeoPointItem* AI
   if (FItems.empty() || AItem < FItems.data() || AItem >= FItems.data() + FItems.size())
     return -1;
   return int(AItem - FItems.data());
+}
+
+size_t TvxMapControlGeoPointCollection::CopyGeoPoints(size_t AStart,
+                                                      std::span<TvxMapControlGeoPoint> ADestination) const
+{
+  const size_t Count = AStart < FItems.size() ? std::min(ADestination.size(), FItems.size() - AStart) : 0;
+  const TvxMapControlGeoPointItem* Source = FItems.data() + AStart;
+  for (size_t I = 0; I < Count; ++I)
+    ADestination[I] = Source[I].FGeoPoint;
+  return Count;
 }
 
 TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add()
@@ -422,30 +444,36 @@ void TvxMapCustomMultiPointItemViewInfo::GeoPointsToMapPoints(const TvxCustomMap
                                                               std::vector<TvxPointDouble>& AMapPoints, bool AClosed,
                                                               TvxRectDouble& ABounds)
 {
-  const int Count = AGeoPoints && ALayer ? AGeoPoints->Count() : 0;
-  if (AClosed && Count >= 2)
-    AMapPoints.reserve(size_t(Count) + 1);
-  AMapPoints.resize(Count < 2 ? 0 : size_t(Count));
+  const size_t Count = AGeoPoints && ALayer && AGeoPoints->Count() >= 2 ? size_t(AGeoPoints->Count()) : 0;
+  AMapPoints.clear();
+  AMapPoints.reserve(Count + (AClosed && Count > 0 ? 1 : 0));
   // Map units run from 0 to 1; bounds without points stay (1, 1, -1, -1).
   double MinX = 1.0, MinY = 1.0, MaxX = 0.0, MaxY = 0.0;
-  for (size_t I = 0; I < AMapPoints.size(); ++I)
+  // Projected a block at a time through one call; the blocks stay in the
+  // first level of the cache and are appended, with no zero fill first.
+  constexpr size_t BlockSize = 256;
+  TvxMapControlGeoPoint Geo[BlockSize];
+  TvxPointDouble Map[BlockSize];
+  for (size_t Start = 0; Start < Count; Start += BlockSize)
   {
-    const TvxMapControlGeoPoint& Geo = AGeoPoints->Items(int(I))->GeoPoint();
-    const bool Valid = Geo.IsValid();
-    const TvxPointDouble P = Valid ? ALayer->GeoPointToMapUnit(Geo) : TvxPointDouble();
-    if (!Valid || !std::isfinite(P.X) || !std::isfinite(P.Y))
+    const size_t N = AGeoPoints->CopyGeoPoints(Start, Geo);
+    ALayer->GeoPointsToMapUnits(std::span(Geo, N), std::span(Map, N));
+    for (size_t I = 0; I < N; ++I)
     {
-      // A broken point would make a different shape; none is drawn instead.
-      AMapPoints.clear();
-      MinX = MinY = 1.0;
-      MaxX = MaxY = 0.0;
-      break;
+      const TvxPointDouble& P = Map[I];
+      if (!std::isfinite(P.X) || !std::isfinite(P.Y))
+      {
+        // A broken point would make a different shape; none is drawn instead.
+        AMapPoints.clear();
+        ABounds = {1.0, 1.0, -1.0, -1.0};
+        return;
+      }
+      MinX = std::min(MinX, P.X);
+      MinY = std::min(MinY, P.Y);
+      MaxX = std::max(MaxX, P.X);
+      MaxY = std::max(MaxY, P.Y);
     }
-    AMapPoints[I] = P;
-    MinX = std::min(MinX, P.X);
-    MinY = std::min(MinY, P.Y);
-    MaxX = std::max(MaxX, P.X);
-    MaxY = std::max(MaxY, P.Y);
+    AMapPoints.insert(AMapPoints.end(), Map, Map + N);
   }
   ABounds = {MinX, MinY, MaxX - MinX, MaxY - MinY};
   if (AClosed && !AMapPoints.empty())
@@ -471,8 +499,7 @@ QRect TvxMapCustomMultiPointItemViewInfo::ClipBounds() const
 
 QPoint TvxMapCustomMultiPointItemViewInfo::MapPointToScreen(const TvxPointDouble& APoint) const
 {
-  const TvxPointDouble P = Layer()->MapUnitToScreenPoint(APoint);
-  return {RoundToInt(P.X), RoundToInt(P.Y)};
+  return ScreenPoint(Layer(), APoint);
 }
 
 // TvxMapCustomPolygonViewInfo
@@ -508,10 +535,11 @@ void TvxMapCustomPolygonViewInfo::CalculateScreenBounds()
     return;
   }
   QPoint* Out = FScreenPoints.data();
+  const TvxCustomMapItemLayer* L = Layer();
   int MinX = INT_MAX, MinY = INT_MAX, MaxX = INT_MIN, MaxY = INT_MIN;
   for (size_t I = 0; I < FMapPoints.size(); ++I)
   {
-    const QPoint P = MapPointToScreen(FMapPoints[I]);
+    const QPoint P = ScreenPoint(L, FMapPoints[I]);
     Out[I] = P;
     MinX = std::min(MinX, P.x());
     MinY = std::min(MinY, P.y());
@@ -615,7 +643,7 @@ void TvxMapPolylineViewInfo::CalculateScreenBounds()
     qsizetype Kept = 0;
     for (const TvxPointDouble& M : FMapPoints)
     {
-      const QPoint P = MapPointToScreen(M);
+      const QPoint P = ScreenPoint(L, M);
       if (Kept > 0 && Out[Kept - 1] == P)
         continue;
       Out[Kept++] = P;

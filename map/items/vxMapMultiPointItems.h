@@ -73,6 +73,10 @@ public:
   TvxMapControlGeoPointItem* Items(int AIndex) { return &FItems.at(size_t(AIndex)); }
   const TvxMapControlGeoPointItem* Items(int AIndex) const { return &FItems.at(size_t(AIndex)); }
   int IndexOf(const TvxMapControlGeoPointItem* AItem) const;
+  // The points from AStart on into ADestination, as many as fit; the count
+  // copied out. The points sit beside their owner, so a caller that wants
+  // them in one block gathers them.
+  size_t CopyGeoPoints(size_t AStart, std::span<TvxMapControlGeoPoint> ADestination) const;
 
   TvxMapControlGeoPointItem* Add();
   TvxMapControlGeoPointItem* Add(const TvxMapControlGeoPoint& AGeoPoint);
@@ -252,8 +256,10 @@ public:
   // view before it reaches the painter.
   static constexpr int MaxUnclippedSize = 5000;
 
-  // Fewer than two points, or any point that is not a valid coordinate,
-  // give no map points at all.
+  // Every point goes through the layer's normalising projection, so that a
+  // latitude beyond a pole is clamped and a longitude beyond the antimeridian
+  // wrapped. Fewer than two points, or any point that still projects to no
+  // finite place (NaN), give no map points at all.
   static void GeoPointsToMapPoints(const TvxCustomMapItemLayer* ALayer,
                                    const TvxMapControlGeoPointCollection* AGeoPoints,
                                    std::vector<TvxPointDouble>& AMapPoints, bool AClosed, TvxRectDouble& ABounds);

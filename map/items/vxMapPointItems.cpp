@@ -54,11 +54,15 @@ QRect TranslatedOrEmpty(const QRect& ARect, const QPoint& AOffset)
   return ARect.isEmpty() ? QRect() : ARect.translated(AOffset);
 }
 
+// Through the layer's normalising projection: a location beyond a pole or
+// the antimeridian shows where its clamped or wrapped point is. Only a
+// location that still has no finite place (NaN) gives none.
 TvxPointDouble LocationToMapUnit(const TvxMapItemViewInfo& AViewInfo, const TvxMapControlGeoPoint& ALocation)
 {
-  if (!AViewInfo.Layer() || !ALocation.IsValid())
+  if (!AViewInfo.Layer())
     return NoMapPoint;
-  return AViewInfo.Layer()->GeoPointToMapUnit(ALocation);
+  const TvxPointDouble Result = AViewInfo.Layer()->GeoPointToMapUnit(ALocation);
+  return IsFinite(Result) ? Result : NoMapPoint;
 }
 
 // The border is centred on the outline; an odd width is moved half a pixel
@@ -494,7 +498,9 @@ void TvxMapCustomElementViewInfo::DoPaint(TvxMapControlPainter& APainter)
 
 void TvxMapRectangleViewInfo::DoCalculateCachedBounds()
 {
-  const TvxMapControlGeoPoint Location = Rectangle()->Location().GeoPoint();
+  // The corner and the size are taken from the normalised location, as the
+  // location itself is projected.
+  const TvxMapControlGeoPoint Location = vxNormalizedGeoPoint(Rectangle()->Location().GeoPoint());
   FMapPoint1 = LocationToMapUnit(*this, Location);
   FMapPoint2 = NoMapPoint;
   if (IsFinite(FMapPoint1))

@@ -1,9 +1,13 @@
 #include "TestRegistry.h"
 #include "vxMapControlProjections.h"
+#include "vxMapUnitConverter.h"
 
+#include <QRandomGenerator>
 #include <QTest>
 
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <numbers>
 
 #define COMPARE_NEAR(Actual, Expected, Epsilon)                                                             \
@@ -29,6 +33,28 @@ TvxPointDouble Forward(const TvxMapControlCustomProjection& AProjection, double 
 {
   return AProjection.GeoPointToMapUnit(TvxMapControlGeoPoint::Create(ALatitude, ALongitude));
 }
+
+// Bit for bit, with any NaN equal to any other.
+bool SameBits(double A, double B)
+{
+  return std::memcmp(&A, &B, sizeof(double)) == 0 || (std::isnan(A) && std::isnan(B));
+}
+
+// A built-in calculator with one slot changed: Y is the latitude itself.
+class TFlatMercatorCalculator : public TvxMapControlSphericalMercatorProjectionCalculator
+{
+public:
+  double GetMapUnitY(double ALatitude, double, double) const override { return ALatitude; }
+};
+
+class TFlatMercatorProjection : public TvxMapControlSphericalMercatorProjection
+{
+protected:
+  std::unique_ptr<TvxMapControlProjectionCalculator> CreateProjectionCalculator() const override
+  {
+    return std::make_unique<TFlatMercatorCalculator>();
+  }
+};
 }
 
 class TestVxMapControlProjections : public QObject
@@ -49,6 +75,7 @@ private Q_SLOTS:
   void updateLockFiresOnce();
   void assignCopiesNumbersNotFormulas();
   void registry();
+  void bulkGivesTheBitsOfSinglePoints();
 };
 
 void TestVxMapControlProjections::roundTrip_data()
@@ -330,6 +357,69 @@ void TestVxMapControlProjections::registry()
   QCOMPARE(Registry.Count(), Count);
   QCOMPARE(Registry.Names().last(), Key);
   QCOMPARE(Registry.Create(QStringLiteral("TestProjection"))->PersistedName(), QStringLiteral("MillerProjection"));
+}
+
+void TestVxMapControlProjections::bulkGivesTheBitsOfSinglePoints()
+{
+  // A spread over and beyond the world, the limits and the seams themselves,
+  // and values no coordinate should have.
+  constexpr double NaN = std::numeric_limits<double>::quiet_NaN();
+  constexpr double Inf = std::numeric_limits<double>::infinity();
+  std::vector<TvxMapControlGeoPoint> Points;
+  QRandomGenerator Random(5);
+  for (int I = 0; I < 3000; ++I)
+    Points.push_back(TvxMapControlGeoPoint::Create(-100 + 200 * Random.generateDouble(),
+                                                   -600 + 1200 * Random.generateDouble()));
+  for (double Latitude : {-90.0, -89.0, -85.05112878, -0.0, 0.0, 85.08405905, 89.5, 90.0, 95.0, NaN, Inf})
+    for (double Longitude : {-540.0, -190.0, -180.0, -0.0, 0.0, 180.0, 190.0, 359.0, 360.0, NaN, -Inf})
+      Points.push_back(TvxMapControlGeoPoint::Create(Latitude, Longitude));
+
+  QStringList Names = vxRegisteredMapProjections().Names().mid(0, 10);
+  Names.append(QStringLiteral("Flat"));
+  for (const QString& Name : Names)
+    for (const bool Moved : {false, true})
+      for (const bool Normalise : {false, true})
+      {
+        std::unique_ptr<TvxMapControlCustomProjection> Projection =
+          Name == QLatin1String("Flat") ? std::make_unique<TFlatMercatorProjection>() : Create(Name);
+        if (Moved)
+        {
+          Projection->SetOffsetX(0.3);
+          Projection->SetOffsetY(0.6);
+          Projection->SetScaleX(0.2);
+          Projection->SetScaleY(-0.1);
+        }
+        std::vector<TvxPointDouble> Bulk(Points.size(), {-7, -7});
+        TvxMapUnitConverter::GeoPointsToMapUnits(Points, Bulk, Projection.get(), Normalise);
+        for (size_t I = 0; I < Points.size(); ++I)
+        {
+          const TvxPointDouble One = TvxMapUnitConverter::GeoPointToMapUnit(Points[I], Projection.get(), Normalise);
+          QVERIFY2(SameBits(One.X, Bulk[I].X) && SameBits(One.Y, Bulk[I].Y),
+                   qPrintable(QStringLiteral("%1 %2 %3: %4 gives %5,%6 and %7,%8")
+                                .arg(Name)
+                                .arg(Moved)
+                                .arg(Normalise)
+                                .arg(Points[I].AsString())
+                                .arg(One.X, 0, 'g', 17)
+                                .arg(One.Y, 0, 'g', 17)
+                                .arg(Bulk[I].X, 0, 'g', 17)
+                                .arg(Bulk[I].Y, 0, 'g', 17)));
+        }
+      }
+
+  // The changed slot is kept in bulk too.
+  const TFlatMercatorProjection Flat;
+  std::vector<TvxPointDouble> Bulk(2);
+  TvxMapUnitConverter::GeoPointsToMapUnits(
+    std::vector{TvxMapControlGeoPoint::Create(12, 10), TvxMapControlGeoPoint::Create(95, 190)}, Bulk, &Flat, true);
+  QCOMPARE(Bulk[0].Y, 12.0);
+  QCOMPARE(Bulk[1].Y, 90.0);
+  COMPARE_NEAR(Bulk[1].X, Forward(Flat, 0, -170).X, 1e-15);
+
+  // Without a projection, the null point.
+  TvxMapUnitConverter::GeoPointsToMapUnits(Points, Bulk, nullptr, true);
+  QCOMPARE(Bulk[0], vxNullPointDouble);
+  QCOMPARE(Bulk[1], vxNullPointDouble);
 }
 
 MAPWRIGHT_TEST_CLASS(TestVxMapControlProjections)

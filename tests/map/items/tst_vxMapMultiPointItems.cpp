@@ -40,6 +40,14 @@ public:
       ++Calls;
     return TvxMapControlSphericalMercatorProjection::GeoPointToMapUnit(AGeoPoint);
   }
+  void GeoPointsToMapUnits(std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits,
+                           bool ANormalize) const override
+  {
+    for (const TvxMapControlGeoPoint& P : AGeoPoints)
+      if (Watched.count(P.Latitude))
+        ++Calls;
+    TvxMapControlSphericalMercatorProjection::GeoPointsToMapUnits(AGeoPoints, AMapUnits, ANormalize);
+  }
 };
 
 // An item layer alone on a white 240 x 160 map centred on (0, 0).
@@ -165,6 +173,7 @@ private Q_SLOTS:
   void panAndZoomReprojectNothing();
   void clippingThreshold();
   void degenerateShapes();
+  void pointsBeyondTheWorldWrapOrClamp();
   void holesAndHitTests();
   void hiddenSegmentOfPolylines();
   void titleAndSegmentType();
@@ -319,10 +328,9 @@ void TestMapMultiPointItems::degenerateShapes()
     Map.Add<TvxMapPolyline>({A}),
     Map.Add<TvxMapPolygon>({A, B, Geo(NaN, 10), C}),
     Map.Add<TvxMapPolyline>({A, Geo(10, NaN)}),
-    Map.Add<TvxMapPolyline>({A, Geo(95, 10), C}),
-    Map.Add<TvxMapPolygon>({A, B, Geo(10, 181), C}),
+    Map.Add<TvxMapPolygon>({A, B, Geo(NaN, 370), C}),
     Map.AddPath({{A}, {A, B, Geo(NaN, NaN)}}),
-    Map.AddPath({{}, {Geo(-91, 0), B}}, mstPolyline),
+    Map.AddPath({{}, {Geo(-91, NaN), B}}, mstPolyline),
   };
   for (TvxMapItem* Item : Bad)
   {
@@ -344,6 +352,61 @@ void TestMapMultiPointItems::degenerateShapes()
     Map.HitAt(P);
     QVERIFY(!Map.Control.HitTest().HitAtMapItem());
   }
+}
+
+void TestMapMultiPointItems::pointsBeyondTheWorldWrapOrClamp()
+{
+  // Near the antimeridian, each shape beside its twin made of the wrapped or
+  // clamped points: the same map points, the same pixels, and drawn.
+  TMap Map;
+  Map.Control.SetCenterPoint(Geo(0, -165));
+  const auto Turned = [&Map](QPoint APoint, double ATurns) {
+    const TvxMapControlGeoPoint P = Map.At(APoint);
+    return Geo(P.Latitude, P.Longitude + 360 * ATurns);
+  };
+  // A line across longitude 190, one of the pair 0-360 files hold.
+  auto* Line = Map.Add<TvxMapPolyline>({Turned({20, 20}, 1), Turned({220, 20}, 1)});
+  QVERIFY(Line->GeoPoints().Items(0)->Longitude() < 190 && Line->GeoPoints().Items(1)->Longitude() > 190);
+  auto* LineTwin = Map.Add<TvxMapPolyline>(Map.Line({{20, 20}, {220, 20}}));
+  // A triangle whose apex lies beyond the north pole reaches the map's edge.
+  const double ApexLongitude = Map.At({70, 0}).Longitude;
+  auto* Triangle = Map.Add<TvxMapPolygon>(Map.Line({{30, 150}, {110, 150}}));
+  Triangle->GeoPoints().Add(Geo(95, ApexLongitude));
+  auto* TriangleTwin = Map.Add<TvxMapPolygon>(Map.Line({{30, 150}, {110, 150}}));
+  TriangleTwin->GeoPoints().Add(Geo(90, ApexLongitude));
+  // A ring of a path with corners two turns to the west and one to the east.
+  std::vector<TvxMapControlGeoPoint> Ring = Map.Ring({140, 60, 80, 80});
+  Ring[1] = Turned({220, 60}, -2);
+  Ring[2] = Turned({220, 140}, 1);
+  auto* Path = Map.AddPath({Ring});
+  auto* PathTwin = Map.AddPath({Map.Ring({140, 60, 80, 80})});
+
+  const auto Shape = [](TvxMapItem* AItem) -> const TvxMapCustomMultiPointItemViewInfo* {
+    if (dynamic_cast<TvxMapPath*>(AItem))
+      return static_cast<TvxMapPathPolygonViewInfo*>(AItem->ViewInfo())->SegmentViewInfo(0);
+    return static_cast<TvxMapCustomMultiPointItemViewInfo*>(AItem->ViewInfo());
+  };
+  const std::pair<TvxMapItem*, TvxMapItem*> Pairs[] = {{Line, LineTwin}, {Triangle, TriangleTwin}, {Path, PathTwin}};
+  for (const auto& [Item, Twin] : Pairs)
+  {
+    QVERIFY(Map.IsListed(Item));
+    const std::vector<TvxPointDouble>& Units = Shape(Item)->MapPoints();
+    const std::vector<TvxPointDouble>& Expected = Shape(Twin)->MapPoints();
+    QCOMPARE(Units.size(), Expected.size());
+    for (size_t I = 0; I < Units.size(); ++I)
+      QVERIFY(std::abs(Units[I].X - Expected[I].X) < 1e-12 && std::abs(Units[I].Y - Expected[I].Y) < 1e-12);
+    QCOMPARE(Points(Shape(Item)->ScreenPoints()), Points(Shape(Twin)->ScreenPoints()));
+    QCOMPARE(Item->ViewInfo()->Bounds(), Twin->ViewInfo()->Bounds());
+    Twin->SetVisible(false);
+  }
+  // The apex stands on the top edge of the map, far above the view.
+  QVERIFY(Triangle->ViewInfo()->Bounds().top() < -1000);
+  QVERIFY(std::abs(Triangle->GetMapBounds().Top) < 1e-9);
+
+  const QImage Image = Map.Render();
+  QVERIFY(SameColor(Image.pixel(120, 20), Border));
+  QVERIFY(SameColor(Image.pixel(70, 130), Fill));
+  QVERIFY(SameColor(Image.pixel(180, 100), Fill));
 }
 
 void TestMapMultiPointItems::holesAndHitTests()

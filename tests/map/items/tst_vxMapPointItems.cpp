@@ -166,7 +166,7 @@ private Q_SLOTS:
     AddAt<TvxMapRectangle>(Map, QPoint(150, 50));
     AddAt<TvxMapEllipse>(Map, QPoint(200, 50))->SetWidth(500);
     AddAt<TvxMapRectangle>(Map, QPoint(250, 50))->SetWidth(NaN);
-    for (const TvxMapControlGeoPoint Location : {Geo(NaN, 0), Geo(10, NaN), Geo(100, 500), Geo(-91, 0)})
+    for (const TvxMapControlGeoPoint Location : {Geo(NaN, 0), Geo(10, NaN), Geo(NaN, 500)})
     {
       auto* Pin = Map.Layer->AddItem<TvxMapPushpin>();
       Pin->SetText(QStringLiteral("x"));
@@ -179,6 +179,64 @@ private Q_SLOTS:
     }
     QVERIFY(Map.Layer->ItemViewInfo()->VisibleElements().isEmpty());
     QCOMPARE(Map.Render(), Map.Filled());
+  }
+
+  void locationsBeyondTheWorldWrapOrClamp()
+  {
+    // Near the antimeridian, each item beside its twin at the wrapped or
+    // clamped location: the same place on the screen, and drawn.
+    TMap Map;
+    Map.Control.SetCenterPoint(Geo(0, -170));
+    const auto Shifted = [&Map](QPoint APoint, double ATurns) {
+      const TvxMapControlGeoPoint P = Map.GeoAt(APoint);
+      return Geo(P.Latitude, P.Longitude + 360 * ATurns);
+    };
+    auto* Dot = Map.Layer->AddItem<TvxMapDot>();
+    Dot->SetLocation(Shifted({100, 80}, 1));
+    QVERIFY(Dot->Location().GeoPoint().Longitude > 180);
+    auto* DotTwin = AddAt<TvxMapDot>(Map, QPoint(100, 80));
+    auto* Pin = Map.Layer->AddItem<TvxMapPushpin>();
+    Pin->SetLocation(Shifted({300, 150}, -2));
+    auto* PinTwin = AddAt<TvxMapPushpin>(Map, QPoint(300, 150));
+    // A rectangle keeps its size: its far corner comes from the wrapped
+    // location, not from the one beyond the antimeridian.
+    auto* Box = Map.Layer->AddItem<TvxMapRectangle>();
+    Box->SetLocation(Shifted({150, 200}, 1));
+    auto* BoxTwin = AddAt<TvxMapRectangle>(Map, QPoint(150, 200));
+    for (TvxMapRectangle* Item : {Box, BoxTwin})
+    {
+      Item->SetWidth(500);
+      Item->SetHeight(200);
+    }
+    const std::pair<TvxMapItem*, TvxMapItem*> Pairs[] = {{Dot, DotTwin}, {Pin, PinTwin}, {Box, BoxTwin}};
+    for (const auto& [Item, Twin] : Pairs)
+    {
+      QVERIFY(Map.Shows(Item));
+      QVERIFY(!Item->ViewInfo()->Bounds().isEmpty());
+      QCOMPARE(Item->ViewInfo()->Bounds(), Twin->ViewInfo()->Bounds());
+    }
+
+    // A pole beyond the pole: the top edge of the map, as the pole itself.
+    TMap North(QSize(400, 300), 1);
+    North.Control.SetCenterPoint(Geo(70, 20));
+    auto* Polar = North.Layer->AddItem<TvxMapDot>();
+    Polar->SetLocation(Geo(100, 20));
+    auto* PolarTwin = North.Layer->AddItem<TvxMapDot>();
+    PolarTwin->SetLocation(Geo(90, 20));
+    QVERIFY(North.Shows(Polar));
+    QCOMPARE(Polar->ViewInfo()->Bounds(), PolarTwin->ViewInfo()->Bounds());
+
+    // Only the items beyond the world drawn: the same pixels as the twins.
+    for (auto [Item, Twin] : Pairs)
+      Twin->SetVisible(false);
+    const QImage Beyond = Map.Render();
+    for (auto [Item, Twin] : Pairs)
+    {
+      Item->SetVisible(false);
+      Twin->SetVisible(true);
+    }
+    QCOMPARE(Map.Render(), Beyond);
+    QVERIFY(Beyond != Map.Filled());
   }
 
   void shapesHangFromTheirCorner()
