@@ -1102,42 +1102,19 @@ bool TfrmMain::MarkerDialogOnMiscPage() const
 
 void TfrmMain::ShowMarkerDialogForNewMarker(const QString& title, double latitude, double longitude)
 {
-  if (!frmMarkers)
-    return;
-  frmMarkers->edtTitle->setText(title);
-  frmMarkers->MapControl = Map;
-  frmMarkers->KestrelStaticMarkers = KestrelStaticMarkers;
-  frmMarkers->lbStaticMarkers = lbStaticMarkers;
-  frmMarkers->edtLatitude->setText(NumberText::FloatToStr(latitude));
-  frmMarkers->edtLongitude->setText(NumberText::FloatToStr(longitude));
-  frmMarkers->EditMode = false;
-  frmMarkers->Show();
+  if (frmMarkers)
+    frmMarkers->ShowForNewMarker(Map, KestrelStaticMarkers, lbStaticMarkers, title, latitude, longitude);
 }
 
 void TfrmMain::ShowMarkerDialogForMarker(TvxMapPushpin* marker)
 {
-  if (!frmMarkers || !marker)
-    return;
-  const auto text = [marker](const QString& key) { return TStaticMarkers::Text(marker, key); };
-  frmMarkers->edtTitle->setText(text(StaticMarkerKey::Title));
-  frmMarkers->edtLatitude->setText(text(StaticMarkerKey::Latitude));
-  frmMarkers->edtLongitude->setText(text(StaticMarkerKey::Longitude));
-  frmMarkers->Memo1->clear();
-  frmMarkers->Memo1->setPlainText(text(StaticMarkerKey::Notes));
-  frmMarkers->MapControl = Map;
-  frmMarkers->KestrelStaticMarkers = KestrelStaticMarkers;
-  frmMarkers->KestrelStaticMarker = marker;
-  frmMarkers->lbStaticMarkers = lbStaticMarkers;
-  frmMarkers->EditMode = true;
-  frmMarkers->Show();
+  if (frmMarkers && marker)
+    frmMarkers->ShowForMarker(Map, KestrelStaticMarkers, lbStaticMarkers, marker);
 }
 
 void TfrmMain::MoveMarkerUnderEdit(double latitude, double longitude)
 {
-  frmMarkers->edtLatitude->setText(NumberText::FloatToStr(latitude));
-  frmMarkers->edtLongitude->setText(NumberText::FloatToStr(longitude));
-  if (frmMarkers->KestrelStaticMarker)
-    frmMarkers->KestrelStaticMarker->SetLocation(TvxMapControlGeoPoint::Create(latitude, longitude));
+  frmMarkers->MoveMarker(latitude, longitude);
 }
 
 void TfrmMain::btnMarkersClick()

@@ -377,6 +377,43 @@ void TfrmMarkers::Show()
   activateWindow();
 }
 
+void TfrmMarkers::ShowForNewMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list,
+                                   const QString& title, double latitude, double longitude)
+{
+  edtTitle->setText(title);
+  MapControl = map;
+  KestrelStaticMarkers = layer;
+  lbStaticMarkers = list;
+  edtLatitude->setText(NumberText::FloatToStr(latitude));
+  edtLongitude->setText(NumberText::FloatToStr(longitude));
+  EditMode = false;
+  Show();
+}
+
+void TfrmMarkers::ShowForMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list,
+                                TvxMapPushpin* marker)
+{
+  edtTitle->setText(Attr(marker, StaticMarkerKey::Title));
+  edtLatitude->setText(Attr(marker, StaticMarkerKey::Latitude));
+  edtLongitude->setText(Attr(marker, StaticMarkerKey::Longitude));
+  Memo1->clear();
+  Memo1->setPlainText(Attr(marker, StaticMarkerKey::Notes));
+  MapControl = map;
+  KestrelStaticMarkers = layer;
+  KestrelStaticMarker = marker;
+  lbStaticMarkers = list;
+  EditMode = true;
+  Show();
+}
+
+void TfrmMarkers::MoveMarker(double latitude, double longitude)
+{
+  edtLatitude->setText(NumberText::FloatToStr(latitude));
+  edtLongitude->setText(NumberText::FloatToStr(longitude));
+  if (KestrelStaticMarker)
+    KestrelStaticMarker->SetLocation(TvxMapControlGeoPoint::Create(latitude, longitude));
+}
+
 bool TfrmMarkers::OnMiscPage() const
 {
   return PageControl1->currentWidget() == TabSheet7;

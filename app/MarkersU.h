@@ -101,6 +101,13 @@ public:
 
   // Shows without modality; FormShow runs on every showing.
   void Show();
+  // What the main form hands over: for a new marker the proposed title and
+  // the clicked point, for an existing one the pushpin.
+  void ShowForNewMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list, const QString& title,
+                        double latitude, double longitude);
+  void ShowForMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list, TvxMapPushpin* marker);
+  // A click on the map while the dialog shows: the boxes and the marker follow.
+  void MoveMarker(double latitude, double longitude);
   bool OnMiscPage() const;
 
   // Handlers, as the form wires them.
