@@ -8,6 +8,7 @@
 //
 //   mapwright-bench-items-layout [--rounds N] [--records N] [--projection NAME]
 
+#include "BenchShapeFile.h"
 #include "BenchStats.h"
 #include "vxMapControl.h"
 #include "vxMapControlProjections.h"
@@ -30,135 +31,7 @@
 
 namespace
 {
-template <class T>
-void Put(QByteArray& AData, T AValue, bool ABigEndian)
-{
-  char Bytes[sizeof(T)];
-  if (ABigEndian)
-    qToBigEndian(AValue, Bytes);
-  else
-    qToLittleEndian(AValue, Bytes);
-  AData.append(Bytes, sizeof(T));
-}
-
-void PutField(QByteArray& AData, const QByteArray& AText, int AWidth, bool ARight)
-{
-  const QByteArray Text = AText.left(AWidth);
-  const QByteArray Pad(AWidth - Text.size(), ' ');
-  AData += ARight ? Pad + Text : Text + Pad;
-}
-
-bool WriteFile(const QString& AName, const QByteArray& AData)
-{
-  QFile File(AName);
-  return File.open(QIODevice::WriteOnly) && File.write(AData) == AData.size();
-}
-
-struct TPoint
-{
-  double X, Y;
-};
-
-// A closed ring round a centre whose radius wobbles.
-void Ring(std::vector<TPoint>& APoints, double AX, double AY, double ARadius, int ACount, QRandomGenerator& ARandom)
-{
-  for (int I = 0; I < ACount - 1; ++I)
-  {
-    const double Angle = 2 * M_PI * I / (ACount - 1), R = ARadius * (0.8 + 0.4 * ARandom.generateDouble());
-    APoints.push_back({AX + R * std::cos(Angle), AY + R * std::sin(Angle)});
-  }
-  APoints.push_back(APoints[APoints.size() - size_t(ACount - 1)]);
-}
-
-// The same file as mapwright-bench-formats writes: polygons of 400 outer
-// and 100 inner vertices, and a table of text, integer, float and date.
-bool WriteShapeFile(const QString& ABaseName, int ARecords)
-{
-  QRandomGenerator Random(7);
-  const auto Header = [](QByteArray& AData, qint64 ALength) {
-    Put<qint32>(AData, 9994, true);
-    for (int I = 0; I < 5; ++I)
-      Put<qint32>(AData, 0, true);
-    Put<qint32>(AData, qint32(ALength / 2), true);
-    Put<qint32>(AData, 1000, false);
-    Put<qint32>(AData, 5, false);
-    for (double V : {-180.0, -90.0, 180.0, 90.0, 0.0, 0.0, 0.0, 0.0})
-      Put(AData, V, false);
-  };
-  QByteArray Records, Index;
-  std::vector<TPoint> Points;
-  for (int N = 1; N <= ARecords; ++N)
-  {
-    const double X = -170 + 340 * Random.generateDouble(), Y = -80 + 160 * Random.generateDouble();
-    Points.clear();
-    Ring(Points, X, Y, 2.0, 400, Random);
-    Ring(Points, X, Y, 0.5, 100, Random);
-    const qint32 Content = 4 + 32 + 4 + 4 + 2 * 4 + qint32(Points.size()) * 16;
-    Put<qint32>(Index, qint32((100 + Records.size()) / 2), true);
-    Put<qint32>(Index, Content / 2, true);
-    Put<qint32>(Records, N, true);
-    Put<qint32>(Records, Content / 2, true);
-    Put<qint32>(Records, 5, false);
-    for (double V : {X - 2.4, Y - 2.4, X + 2.4, Y + 2.4})
-      Put(Records, V, false);
-    Put<qint32>(Records, 2, false);
-    Put<qint32>(Records, qint32(Points.size()), false);
-    Put<qint32>(Records, 0, false);
-    Put<qint32>(Records, 400, false);
-    for (const TPoint& P : Points)
-    {
-      Put(Records, P.X, false);
-      Put(Records, P.Y, false);
-    }
-  }
-  QByteArray Shapes, IndexFile;
-  Header(Shapes, 100 + Records.size());
-  Shapes += Records;
-  Header(IndexFile, 100 + Index.size());
-  IndexFile += Index;
-
-  struct TField
-  {
-    const char* Name;
-    char Type;
-    int Length, Decimals;
-  };
-  const TField Fields[] = {{"NAME", 'C', 24, 0}, {"POP", 'N', 9, 0}, {"AREA", 'N', 19, 8}, {"SURVEYED", 'D', 8, 0}};
-  const int RecordLength = 1 + 24 + 9 + 19 + 8, HeaderLength = 32 + 4 * 32 + 1;
-  QByteArray Table;
-  Table += char(0x03);
-  Table += QByteArray("\x7e\x0b\x15", 3);
-  Put<qint32>(Table, ARecords, false);
-  Put<qint16>(Table, qint16(HeaderLength), false);
-  Put<qint16>(Table, qint16(RecordLength), false);
-  Table += QByteArray(17, '\0');
-  Table += char(0x03);
-  Table += QByteArray(2, '\0');
-  for (const TField& Field : Fields)
-  {
-    QByteArray Descriptor(32, '\0');
-    Descriptor.replace(0, int(qstrlen(Field.Name)), Field.Name);
-    Descriptor[11] = Field.Type;
-    Descriptor[16] = char(Field.Length);
-    Descriptor[17] = char(Field.Decimals);
-    Table += Descriptor;
-  }
-  Table += char(0x0D);
-  for (int N = 1; N <= ARecords; ++N)
-  {
-    Table += ' ';
-    PutField(Table, "Zone " + QByteArray::number(N) + " caf\xe9", 24, false);
-    PutField(Table, QByteArray::number(Random.bounded(1000000)), 9, true);
-    PutField(Table, QByteArray::number(Random.generateDouble() * 10000, 'f', 8), 19, true);
-    PutField(Table, QByteArray::number(19900101 + Random.bounded(30) * 10000 + Random.bounded(12) * 100 +
-                                       Random.bounded(28)),
-             8, false);
-  }
-  Table += char(0x1A);
-  return WriteFile(ABaseName + QStringLiteral(".shp"), Shapes) &&
-         WriteFile(ABaseName + QStringLiteral(".shx"), IndexFile) &&
-         WriteFile(ABaseName + QStringLiteral(".dbf"), Table);
-}
+using namespace BenchData;
 
 struct TUsage
 {
