@@ -10,6 +10,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QImage>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -78,4 +80,24 @@ inline int PersonCount(TfrmMain& form)
 inline QString Attr(TvxMapPushpin* pin, const char* key)
 {
   return pin ? TLiveMarkers::Text(pin, QLatin1String(key)) : QStringLiteral("<no marker>");
+}
+
+inline QByteArray ReadAll(const QString& fileName)
+{
+  QFile file(fileName);
+  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Makes the folder too.
+inline void WriteAll(const QString& fileName, const QByteArray& bytes)
+{
+  QDir().mkpath(QFileInfo(fileName).path());
+  QFile file(fileName);
+  QVERIFY(file.open(QIODevice::WriteOnly));
+  file.write(bytes);
+}
+
+inline bool SameImage(const QImage& a, const QImage& b)
+{
+  return a.convertToFormat(QImage::Format_ARGB32) == b.convertToFormat(QImage::Format_ARGB32);
 }

@@ -30,19 +30,6 @@
 
 namespace
 {
-QByteArray ReadAll(const QString& fileName)
-{
-  QFile file(fileName);
-  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void WriteAll(const QString& fileName, const QByteArray& bytes)
-{
-  QFile file(fileName);
-  QVERIFY(file.open(QIODevice::WriteOnly));
-  file.write(bytes);
-}
-
 // A KML file of `count` placemarks around a point.
 QByteArray Kml(int count, double lon = 8.5)
 {

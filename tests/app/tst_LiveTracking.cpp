@@ -44,11 +44,6 @@ QPoint PinPoint(TfrmMain& form, TvxMapPushpin* pin)
   const TvxPointDouble p = form.KestrelLiveMarkers->GeoPointToScreenPoint(pin->Location().GeoPoint());
   return QPoint(qRound(p.X), qRound(p.Y));
 }
-
-bool SameImage(const QImage& a, const QImage& b)
-{
-  return a.convertToFormat(QImage::Format_ARGB32) == b.convertToFormat(QImage::Format_ARGB32);
-}
 }
 
 class TestLiveTracking : public QObject

@@ -25,28 +25,9 @@ namespace
 {
 const QString Site = QStringLiteral("[Startup]\nStartLat=41.3133\nStartLon=-80.3387\nStartZoom=17\n");
 
-bool SameImage(const QImage& a, const QImage& b)
-{
-  return a.convertToFormat(QImage::Format_ARGB32) == b.convertToFormat(QImage::Format_ARGB32);
-}
-
 QString Attr(const TvxMapItem* item, const QString& key)
 {
   return TStaticMarkers::Text(item, key);
-}
-
-QByteArray ReadAll(const QString& fileName)
-{
-  QFile file(fileName);
-  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void WriteAll(const QString& fileName, const QByteArray& bytes)
-{
-  QDir().mkpath(QFileInfo(fileName).path());
-  QFile file(fileName);
-  QVERIFY(file.open(QIODevice::WriteOnly));
-  file.write(bytes);
 }
 
 QStringList Rows(const QListWidget* list)

@@ -4,6 +4,7 @@
 #include "ErrorsU.h"
 #include "GlobalsU.h"
 #include "MarkerImagesU.h"
+#include "ShellFixtures.h"
 #include "StaticMarkersU.h"
 #include "TestRegistry.h"
 #include "DialogsU.h"
@@ -20,24 +21,6 @@
 
 namespace
 {
-QByteArray ReadAll(const QString& fileName)
-{
-  QFile file(fileName);
-  return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void WriteAll(const QString& fileName, const QByteArray& bytes)
-{
-  QFile file(fileName);
-  QVERIFY(file.open(QIODevice::WriteOnly));
-  file.write(bytes);
-}
-
-bool SameImage(const QImage& a, const QImage& b)
-{
-  return a.convertToFormat(QImage::Format_ARGB32) == b.convertToFormat(QImage::Format_ARGB32);
-}
-
 QImage SolidPng(const QString& fileName, const QColor& colour, const QSize& size = QSize(32, 37))
 {
   QImage image(size, QImage::Format_ARGB32);
