@@ -152,11 +152,17 @@ QString TCacheBuilder::DownloadTile(qint32 Zoom, qint32 Y, qint32 X, const QStri
 
   QNetworkRequest Request{QUrl(Url)};
   Request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
+  Request.setTransferTimeout(FSettings.TransferTimeoutMs);
   std::unique_ptr<QNetworkReply> Reply(FHttp->get(Request));
   QEventLoop Loop;
   QObject::connect(Reply.get(), &QNetworkReply::finished, &Loop, &QEventLoop::quit);
   if (!Reply->isFinished())
     Loop.exec(QEventLoop::ExcludeUserInputEvents);
+  // Nothing else aborts a request, and the transfer time-out's own text
+  // would read "Operation canceled".
+  if (Reply->error() == QNetworkReply::OperationCanceledError || Reply->error() == QNetworkReply::TimeoutError)
+    return QStringLiteral("No answer from %1 for %2 seconds")
+      .arg(Url, QString::number(FSettings.TransferTimeoutMs / 1000.0));
   if (Reply->error() != QNetworkReply::NoError)
     return Reply->errorString();
   const QByteArray Body = Reply->readAll();

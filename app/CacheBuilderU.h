@@ -91,6 +91,9 @@ public:
     QString ProviderFilePrefix;
     qint32 ProviderMaxZoom = 0;
     QString CacheDir;
+    // Per request: a server that sends nothing for this long fails the
+    // tile instead of holding the run. 0 waits for ever.
+    int TransferTimeoutMs = 30000;
   };
 
   // After each tile, fetched, skipped or failed: the tiles done so far and

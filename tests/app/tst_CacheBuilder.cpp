@@ -1,14 +1,26 @@
-// The offline cache builder's arithmetic and its runs against the loopback
-// tile server, which serves deterministic 2048-byte bodies for every path.
+// The offline cache builder's arithmetic, its runs against the loopback
+// tile server, which serves deterministic 2048-byte bodies for every path,
+// and the dialog over it.
 
+#include "BuildCacheU.h"
 #include "CacheBuilderU.h"
+#include "DialogsU.h"
+#include "GlobalsU.h"
 #include "TestRegistry.h"
 #include "vxTestTileServer.h"
 
+#include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QTimer>
+#include <QToolButton>
 
 #include <cmath>
 
@@ -38,6 +50,49 @@ void Write(const QString& APath, const QByteArray& AContent)
   if (!File.open(QIODevice::WriteOnly) || File.write(AContent) != AContent.size())
     qFatal("cannot write %s", qPrintable(APath));
 }
+
+const QString CancelQuestion = QStringLiteral("Are you sure you want to Cancel the download?");
+
+// The dialog over a scratch cache folder, its dialogs recorded; the global
+// folder and the dialogs come back at the end.
+struct TDialogRig
+{
+  QTemporaryDir Dir;
+  QString SavedCacheDir = Globals::CacheDir;
+  std::unique_ptr<TDialogs> SavedDialogs;
+  TRecordingDialogs* Recorder = nullptr;
+  TfrmBuildCache Form;
+
+  TDialogRig()
+  {
+    auto Owned = std::make_unique<TRecordingDialogs>();
+    Recorder = Owned.get();
+    SavedDialogs = Dialogs::Set(std::move(Owned));
+    Globals::CacheDir = Dir.path();
+  }
+
+  ~TDialogRig()
+  {
+    Dialogs::Set(std::move(SavedDialogs));
+    Globals::CacheDir = SavedCacheDir;
+  }
+
+  // Opens the dialog for the area as the main form does, plays the user and
+  // closes it if the play left it open; the result code.
+  int Open(const TCacheArea& AArea, qint32 AMaxZoom, quint16 APort, const std::function<void()>& APlay)
+  {
+    Recorder->OnExecute = [&](QDialog& ADialog) {
+      ADialog.show();
+      APlay();
+      if (ADialog.isVisible())
+        ADialog.done(QDialog::Rejected);
+      return ADialog.result();
+    };
+    return Form.ShowForArea(AArea.TopLeftLat, AArea.TopLeftLon, AArea.BottomRightLat, AArea.BottomRightLon,
+                            QStringLiteral("http://127.0.0.1:%1/").arg(APort), QStringLiteral("ArcGIS_NGW"),
+                            AMaxZoom);
+  }
+};
 } // namespace
 
 class TestCacheBuilder : public QObject
@@ -202,6 +257,28 @@ private Q_SLOTS:
       TCacheBuilder Builder(Settings(Dir.path()));
       QCOMPARE(Builder.Run().Message, QString("Finished building offline tile cache."));
     }
+
+    // A server that never answers fails the tile after the time-out and the
+    // run goes on.
+    FServer->ClearRules();
+    FServer->SetDefaultRule(TvxTestTileServer::TRule::Garbage());
+    FServer->SetRule("/2/1/2", TvxTestTileServer::TRule::Hang());
+    FServer->ResetCounters();
+    {
+      QTemporaryDir Dir;
+      TCacheBuilder::TSettings S = Settings(Dir.path(), 2);
+      S.TransferTimeoutMs = 200;
+      TCacheBuilder Builder(S);
+      QElapsedTimer Clock;
+      Clock.start();
+      const TCacheBuildResult Result = Builder.Run();
+      QVERIFY(Clock.elapsed() < 10000);
+      QCOMPARE(FServer->RequestCount(), 10);
+      QVERIFY(Result.Message.startsWith("Some errors were reported"));
+      QVERIFY(Result.LastError.startsWith("No answer from http://127.0.0.1:"));
+      QVERIFY(!QFile::exists(Dir.filePath("ArcGIS_NGW_2_1_2.teramapcache")));
+      QVERIFY(QFile::exists(Dir.filePath("ArcGIS_NGW_3_2_2.teramapcache")));
+    }
   }
 
   // A folder that does not exist: every tile fails, nothing is made, and
@@ -220,6 +297,126 @@ private Q_SLOTS:
     QVERIFY(!Result.SaveError.isEmpty());
     QVERIFY(!QDir(Missing).exists());
     QCOMPARE(ReadAll(Dir.filePath("vxcache.map")), Before);
+  }
+
+  // What the dialog shows and allows before a run: the count, the folder's
+  // figures, the folder picker, and a large count declined.
+  void DialogBeforeARun()
+  {
+    TDialogRig Rig;
+    TfrmBuildCache& F = Rig.Form;
+    Write(Rig.Dir.filePath("ArcGIS_NGW_0_0_1.teramapcache"), QByteArray(2048, 'x'));
+    Write(Rig.Dir.filePath("ArcGIS_NGW_2_1_2.teramapcache"), QByteArray(2048, 'x'));
+    const QString Other = Rig.Dir.filePath("other");
+    const QString Have2 = "2 of them are in the folder already; about 5.5 MB to download.";
+
+    const int Result = Rig.Open(SmallArea, 7, FServer->Port(), [&] {
+      QCOMPARE(F.edtTilesCount->text(), QString("2,800"));
+      QVERIFY(F.btnOk->isEnabled());
+      QVERIFY(F.pnlProgress->isHidden());
+      QCOMPARE(F.edtCacheDir->text(), Rig.Dir.path());
+      QCOMPARE(F.lblCached->text(), Have2);
+
+      Rig.Recorder->QuestionAnswers = {false};
+      F.btnOk->click();
+      QCOMPARE(Rig.Recorder->Questions, QStringList{CacheBuilder::LargeCountQuestion});
+      QVERIFY(F.isVisible());
+      QVERIFY(!F.Downloading);
+      QVERIFY(F.btnOk->isEnabled());
+      QVERIFY(F.pnlProgress->isHidden());
+
+      // A cancelled picker keeps the folder; the figures follow the folder.
+      Rig.Recorder->FileAnswers = {Other, QString()};
+      F.SpeedButton1->click();
+      QCOMPARE(F.edtCacheDir->text(), Other);
+      QCOMPARE(F.lblCached->text(), QString("None of them are in the folder yet; the download size is unknown."));
+      F.SpeedButton1->click();
+      QCOMPARE(F.edtCacheDir->text(), Other);
+      F.edtCacheDir->setText(Rig.Dir.path());
+      QTRY_COMPARE(F.lblCached->text(), Have2);
+      F.edtCacheDir->setText(Other);
+      F.btnCancel->click();
+      QVERIFY(!F.isVisible());
+    });
+    QCOMPARE(Result, int(QDialog::Rejected));
+    QCOMPARE(FServer->RequestCount(), 0);
+    QVERIFY(Rig.Recorder->Messages.isEmpty());
+    QVERIFY(!QFile::exists(Rig.Dir.filePath("vxcache.map")));
+
+    // A view across the antimeridian counts below one; each showing starts
+    // from the global folder again.
+    Rig.Open({40, 90, -40, -90}, 3, FServer->Port(), [&] {
+      QCOMPARE(F.edtTilesCount->text(), QString("-4"));
+      QVERIFY(!F.btnOk->isEnabled());
+      QCOMPARE(F.edtCacheDir->text(), Rig.Dir.path());
+    });
+  }
+
+  // A full run, a run cancelled from the dialog, and a run into a folder
+  // that does not exist; each ends with the dialog accepted.
+  void DialogRuns()
+  {
+    TDialogRig Rig;
+    TfrmBuildCache& F = Rig.Form;
+
+    QCOMPARE(Rig.Open(SmallArea, 3, FServer->Port(), [&] { F.btnOk->click(); }), int(QDialog::Accepted));
+    QCOMPARE(Rig.Recorder->Messages, QStringList{"Finished building offline tile cache."});
+    QVERIFY(Rig.Recorder->Questions.isEmpty());
+    QCOMPARE(FServer->Requests(), SmallAreaPaths());
+    QCOMPARE(ReadAll(Rig.Dir.filePath("vxcache.map")).count('\n'), 20);
+    QVERIFY(QFile::exists(Rig.Dir.filePath("ArcGIS_NGW_6_4_3.teramapcache")));
+    QCOMPARE(F.ProgressBar->value(), 20);
+    F.edtCacheDir->setText(Rig.Dir.path() + "/");
+    QTRY_COMPARE(F.lblCached->text(), QString("All of them are in the folder already; nothing to download."));
+
+    // Escape during the run is asked about and declined, Cancel confirmed:
+    // the run ends with its row, keeps the map file and says nothing.
+    QTemporaryDir Second;
+    Globals::CacheDir = Second.path();
+    Rig.Recorder->Messages.clear();
+    Rig.Recorder->QuestionAnswers = {false, true};
+    FServer->ResetCounters();
+    FServer->SetDelay(30);
+    bool SeenRunning = false;
+    QTimer User;
+    User.setInterval(2);
+    connect(&User, &QTimer::timeout, [&] {
+      if (FServer->RequestCount() < 6)
+        return;
+      User.stop();
+      const QCursor* Cursor = QApplication::overrideCursor();
+      SeenRunning = F.Downloading && F.pnlProgress->isVisible() && !F.btnOk->isEnabled() &&
+                    !F.edtCacheDir->isEnabled() && !F.SpeedButton1->isEnabled() && Cursor &&
+                    Cursor->shape() == Qt::WaitCursor;
+      F.reject();
+      SeenRunning = SeenRunning && F.isVisible() && F.Downloading;
+      F.btnCancel->click();
+    });
+    User.start();
+    QCOMPARE(Rig.Open(SmallArea, 3, FServer->Port(), [&] { F.btnOk->click(); }), int(QDialog::Accepted));
+    QVERIFY(SeenRunning);
+    QCOMPARE(Rig.Recorder->Questions, QStringList({CancelQuestion, CancelQuestion}));
+    QVERIFY(Rig.Recorder->Messages.isEmpty());
+    QCOMPARE(FServer->Requests(), SmallAreaPaths().mid(0, 7));
+    QCOMPARE(ReadAll(Second.filePath("vxcache.map")).count('\n'), 7);
+    QVERIFY(!QApplication::overrideCursor());
+
+    // A missing folder: every tile fails, both failures are told, nothing
+    // is made.
+    FServer->ClearRules();
+    FServer->SetDefaultRule(TvxTestTileServer::TRule::Garbage());
+    const QString Missing = Second.filePath("no/such/folder");
+    Rig.Recorder->FileAnswers = {Missing};
+    QCOMPARE(Rig.Open(SmallArea, 2, FServer->Port(), [&] {
+      F.SpeedButton1->click();
+      F.btnOk->click();
+    }), int(QDialog::Accepted));
+    QCOMPARE(Rig.Recorder->Messages.size(), 2);
+    QVERIFY(Rig.Recorder->Messages[0].startsWith("Some errors were reported"));
+    QVERIFY(Rig.Recorder->Messages[0].contains("no/such/folder"));
+    QVERIFY(Rig.Recorder->Messages[1].contains("could not be saved"));
+    QVERIFY(Rig.Recorder->Messages[1].contains("no/such/folder/vxcache.map"));
+    QVERIFY(!QDir(Second.filePath("no")).exists());
   }
 
   void cleanupTestCase() { FServer.reset(); }
