@@ -16,43 +16,53 @@ TAzureMapsKeyDialog* AzureMapsKeyDialog = nullptr;
 namespace
 {
 template <typename T>
-T* Named(T* object, const char* name)
+T* Named(T* object, const QString& name)
 {
-  object->setObjectName(QLatin1String(name));
+  object->setObjectName(name);
   return object;
 }
 }
 
-TAzureMapsKeyDialog::TAzureMapsKeyDialog(QWidget* parent)
-  : QDialog(parent)
+void OpenWebPage(const QString& url)
 {
-  setObjectName(QStringLiteral("AzureMapsKeyDialog"));
-  setWindowTitle(QStringLiteral("Azure Map Key"));
+  // No browser behind a screenless platform.
+  const QString platform = QGuiApplication::platformName();
+  if (platform == QLatin1String("offscreen") || platform == QLatin1String("minimal"))
+    return;
+  QDesktopServices::openUrl(QUrl(url));
+}
+
+TMapKeyDialog::TMapKeyDialog(const TTexts& texts, QWidget* parent)
+  : QDialog(parent), FTexts(texts)
+{
+  setObjectName(texts.ObjectName);
+  setWindowTitle(texts.Caption);
   setFixedSize(400, 150);
 
-  Label1 = Named(new QLabel(QStringLiteral("Enter the Azure Maps API Key:"), this), "Label1");
+  Label1 = Named(new QLabel(texts.Prompt, this), QStringLiteral("Label1"));
   Label1->setGeometry(16, 14, 368, 18);
-  edtMapKey = Named(new QLineEdit(this), "edtMapKey");
+  edtMapKey = Named(new QLineEdit(this), QStringLiteral("edtMapKey"));
   edtMapKey->setGeometry(16, 36, 368, 24);
-  Label2 = Named(new QLabel(QStringLiteral("For more information:"), this), "Label2");
+  Label2 = Named(new QLabel(QStringLiteral("For more information:"), this), QStringLiteral("Label2"));
   Label2->setGeometry(16, 72, 130, 18);
 
   // Plain text dressed as a link, so that its text stays the caption.
-  lblAzureLink = Named(new QLabel(QStringLiteral("Create an Azure Maps Account"), this), "lblAzureLink");
-  lblAzureLink->setGeometry(150, 72, 234, 18);
-  QFont linkFont = lblAzureLink->font();
+  LinkLabel = Named(new QLabel(texts.LinkText, this), texts.LinkName);
+  LinkLabel->setGeometry(150, 72, 234, 18);
+  LinkLabel->setToolTip(texts.Url);
+  QFont linkFont = LinkLabel->font();
   linkFont.setUnderline(true);
-  lblAzureLink->setFont(linkFont);
-  QPalette linkPalette = lblAzureLink->palette();
+  LinkLabel->setFont(linkFont);
+  QPalette linkPalette = LinkLabel->palette();
   linkPalette.setColor(QPalette::WindowText, QColor(0x00, 0x66, 0xCC));
-  lblAzureLink->setPalette(linkPalette);
-  lblAzureLink->setCursor(Qt::PointingHandCursor);
-  lblAzureLink->installEventFilter(this);
+  LinkLabel->setPalette(linkPalette);
+  LinkLabel->setCursor(Qt::PointingHandCursor);
+  LinkLabel->installEventFilter(this);
 
-  btnOk = Named(new QPushButton(QStringLiteral("OK"), this), "btnOk");
+  btnOk = Named(new QPushButton(QStringLiteral("OK"), this), QStringLiteral("btnOk"));
   btnOk->setGeometry(224, 110, 75, 26);
   btnOk->setDefault(true);
-  btnCancel = Named(new QPushButton(QStringLiteral("Cancel"), this), "btnCancel");
+  btnCancel = Named(new QPushButton(QStringLiteral("Cancel"), this), QStringLiteral("btnCancel"));
   btnCancel->setGeometry(309, 110, 75, 26);
 
   connect(edtMapKey, &QLineEdit::textChanged, this, [this] { edtMapKeyChange(); });
@@ -61,57 +71,64 @@ TAzureMapsKeyDialog::TAzureMapsKeyDialog(QWidget* parent)
   edtMapKeyChange();
 }
 
-QString TAzureMapsKeyDialog::AccountUrl()
+void TMapKeyDialog::FormShow()
 {
-  return QStringLiteral("https://learn.microsoft.com/azure/azure-maps/how-to-manage-account-keys");
-}
-
-void TAzureMapsKeyDialog::FormShow()
-{
-  // Centred on the window that opens it, or on the screen.
-  const QRect area = parentWidget() ? parentWidget()->window()->frameGeometry()
-                     : screen()     ? screen()->availableGeometry()
-                                    : QRect();
-  if (area.isValid())
-    move(area.center() - rect().center());
+  // Centred on the screen.
+  if (const QScreen* where = screen())
+    move(where->availableGeometry().center() - rect().center());
   edtMapKeyChange();
 }
 
-void TAzureMapsKeyDialog::edtMapKeyChange()
+void TMapKeyDialog::edtMapKeyChange()
 {
   btnOk->setEnabled(!edtMapKey->text().isEmpty());
 }
 
-void TAzureMapsKeyDialog::btnOkClick()
+void TMapKeyDialog::btnOkClick()
 {
-  AzureMapKey = edtMapKey->text();
+  TakeKey(edtMapKey->text());
   accept();
 }
 
-void TAzureMapsKeyDialog::lblAzureLinkClick()
+void TMapKeyDialog::LinkClick()
 {
-  // No browser behind a screenless platform.
-  const QString platform = QGuiApplication::platformName();
-  if (platform == QLatin1String("offscreen") || platform == QLatin1String("minimal"))
-    return;
-  QDesktopServices::openUrl(QUrl(AccountUrl()));
+  QGuiApplication::setOverrideCursor(Qt::WaitCursor);
+  if (OnOpenUrl)
+    OnOpenUrl(FTexts.Url);
+  else
+    OpenWebPage(FTexts.Url);
+  QGuiApplication::restoreOverrideCursor();
 }
 
-void TAzureMapsKeyDialog::showEvent(QShowEvent* event)
+void TMapKeyDialog::showEvent(QShowEvent* event)
 {
   QDialog::showEvent(event);
   FormShow();
 }
 
-bool TAzureMapsKeyDialog::eventFilter(QObject* watched, QEvent* event)
+bool TMapKeyDialog::eventFilter(QObject* watched, QEvent* event)
 {
-  if (watched == lblAzureLink && event->type() == QEvent::MouseButtonRelease &&
+  if (watched == LinkLabel && event->type() == QEvent::MouseButtonRelease &&
       static_cast<QMouseEvent*>(event)->button() == Qt::LeftButton)
   {
-    lblAzureLinkClick();
+    LinkClick();
     return true;
   }
   return QDialog::eventFilter(watched, event);
+}
+
+TAzureMapsKeyDialog::TAzureMapsKeyDialog(QWidget* parent)
+  : TMapKeyDialog({QStringLiteral("AzureMapsKeyDialog"), QStringLiteral("Azure Map Key"),
+                   QStringLiteral("Enter the Azure Maps API Key:"), QStringLiteral("lblAzureLink"),
+                   QStringLiteral("Create an Azure Maps Account"), AccountUrl()},
+                  parent)
+{
+  lblAzureLink = LinkLabel;
+}
+
+QString TAzureMapsKeyDialog::AccountUrl()
+{
+  return QStringLiteral("https://learn.microsoft.com/azure/azure-maps/how-to-manage-account-keys");
 }
 
 QString AskAzureMapsKey(TAzureMapsKeyDialog& dialog)

@@ -2,15 +2,60 @@
 
 #include <QDialog>
 #include <QString>
+#include <functional>
 
 class QLabel;
 class QLineEdit;
 class QPushButton;
 
+// A small fixed dialog that asks for one map service key, with a link to
+// the page that tells how to get one. Created once at start and kept until
+// the process ends, so the edit keeps what was typed between openings.
+class TMapKeyDialog : public QDialog
+{
+  Q_OBJECT
+
+public:
+  struct TTexts
+  {
+    QString ObjectName;
+    QString Caption;
+    QString Prompt;
+    QString LinkName; // the link label's object name
+    QString LinkText;
+    QString Url;
+  };
+
+  explicit TMapKeyDialog(const TTexts& texts, QWidget* parent = nullptr);
+
+  QLabel* Label1 = nullptr;
+  QLineEdit* edtMapKey = nullptr;
+  QLabel* Label2 = nullptr;
+  QLabel* LinkLabel = nullptr;
+  QPushButton* btnOk = nullptr;
+  QPushButton* btnCancel = nullptr;
+
+  // Opens a page in the browser; replaced in tests.
+  std::function<void(const QString& url)> OnOpenUrl;
+
+  void FormShow();
+  void edtMapKeyChange();
+  void btnOkClick();
+  void LinkClick();
+  const QString& Url() const { return FTexts.Url; }
+
+protected:
+  // Where OK puts the key.
+  virtual void TakeKey(const QString& key) = 0;
+  void showEvent(QShowEvent* event) override;
+  bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+  TTexts FTexts;
+};
+
 // Asks for the Azure Maps key when an Azure base map is chosen without one.
-// Created once at start and kept until the process ends, so the edit keeps
-// what was typed between openings.
-class TAzureMapsKeyDialog : public QDialog
+class TAzureMapsKeyDialog : public TMapKeyDialog
 {
   Q_OBJECT
 
@@ -19,25 +64,15 @@ public:
 
   // The key taken by OK; Cancel leaves it as it is.
   QString AzureMapKey;
-
-  QLabel* Label1 = nullptr;
-  QLineEdit* edtMapKey = nullptr;
-  QLabel* Label2 = nullptr;
   QLabel* lblAzureLink = nullptr;
-  QPushButton* btnOk = nullptr;
-  QPushButton* btnCancel = nullptr;
 
-  void FormShow();
-  void edtMapKeyChange();
-  void btnOkClick();
-  void lblAzureLinkClick();
+  void lblAzureLinkClick() { LinkClick(); }
 
-  // The page the link opens.
+  // The page the link opens, here and in the configuration dialog.
   static QString AccountUrl();
 
 protected:
-  void showEvent(QShowEvent* event) override;
-  bool eventFilter(QObject* watched, QEvent* event) override;
+  void TakeKey(const QString& key) override { AzureMapKey = key; }
 };
 
 extern TAzureMapsKeyDialog* AzureMapsKeyDialog;
@@ -45,3 +80,6 @@ extern TAzureMapsKeyDialog* AzureMapsKeyDialog;
 // Clears the dialog's key, runs it through the dialogs seam and returns the
 // key it took: empty when cancelled.
 QString AskAzureMapsKey(TAzureMapsKeyDialog& dialog);
+
+// Opens a web page in the default browser; nothing on a screenless platform.
+void OpenWebPage(const QString& url);

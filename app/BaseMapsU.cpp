@@ -302,6 +302,38 @@ void TBaseMaps::SetCachedBaseMapsOnly(const TBaseMapFlags& flags, const QString&
   }
 }
 
+void TBaseMaps::ApplyFlags(const TBaseMapFlags& flags)
+{
+  for (QAction* entry : FMenu->actions()) {
+    const int tag = entry->data().toInt();
+    entry->setVisible(tag >= 0 && tag < BaseMapCount && flags[size_t(tag)]);
+  }
+}
+
+QAction* TBaseMaps::EntryAt(int position) const
+{
+  const QList<QAction*> entries = FMenu->actions();
+  return position >= 0 && position < int(entries.size()) ? entries[position] : nullptr;
+}
+
+QString TBaseMaps::ArcGISTileUrl() const
+{
+  const TArcGISMapProvider* provider = ArcGISProvider();
+  return provider ? provider->URL() : QString();
+}
+
+QString TBaseMaps::ArcGISFilePrefix() const
+{
+  const TArcGISMapProvider* provider = ArcGISProvider();
+  return QStringLiteral("ArcGIS_") + (provider ? provider->CachePrefix() : QString());
+}
+
+int TBaseMaps::ArcGISMaxZoom() const
+{
+  const TArcGISMapProvider* provider = ArcGISProvider();
+  return provider ? provider->MaxZoomLevel() : 0;
+}
+
 int TBaseMaps::CheckedIndex() const
 {
   const QList<QAction*> entries = FMenu->actions();

@@ -111,6 +111,16 @@ public:
   // is needed, as the design has it.
   void SetCachedBaseMapsOnly(const TBaseMapFlags& flags, const QString& cacheDir);
 
+  // Shows each entry as its flag says, undoing any offline hiding.
+  void ApplyFlags(const TBaseMapFlags& flags);
+  // The entry at a menu position, or null outside the menu.
+  QAction* EntryAt(int position) const;
+  // The ArcGIS base map on show: tile URL, file prefix of its cache tiles
+  // ("ArcGIS_" and the map's prefix) and highest level.
+  QString ArcGISTileUrl() const;
+  QString ArcGISFilePrefix() const;
+  int ArcGISMaxZoom() const;
+
   // Position of the first checked entry, or -1.
   int CheckedIndex() const;
   // The first visible entry, or null.

@@ -1,15 +1,23 @@
 #pragma once
 
-#include <QDialog>
+#include "AzureMapKeyU.h"
 
-// Bing Maps Key. Created once at start, in the start-up order, and kept until the
-// process ends; its content arrives with the work that needs it.
-class TBingMapsKeyDialog : public QDialog
+// The same key dialog for Bing Maps. No base map uses it and nothing opens
+// it; it is kept as it was, in case a site brings such a map back.
+class TBingMapsKeyDialog : public TMapKeyDialog
 {
   Q_OBJECT
 
 public:
   explicit TBingMapsKeyDialog(QWidget* parent = nullptr);
+
+  QString bingMapKey;
+  QLabel* lblBingLink = nullptr;
+
+  static QString DocumentationUrl();
+
+protected:
+  void TakeKey(const QString& key) override { bingMapKey = key; }
 };
 
 extern TBingMapsKeyDialog* BingMapsKeyDialog;

@@ -2,6 +2,7 @@
 
 #include "GlyphsU.h"
 #include "MainU.h"
+#include "SkinsU.h"
 #include "vxMapControl.h"
 #include "vxMapControlNavigationPanel.h"
 #include "vxMapControlMultiScaleTile.h"
@@ -73,6 +74,8 @@ QFrame* ColouredPanel(QWidget* parent, const char* name, const QColor& colour)
   panel->setAutoFillBackground(true);
   QPalette pal = panel->palette();
   pal.setColor(QPalette::Window, colour);
+  // Its own ground, so its own text colour too, whatever the skin.
+  pal.setColor(QPalette::WindowText, Qt::black);
   panel->setPalette(pal);
   return panel;
 }
@@ -315,7 +318,7 @@ void BuildMainLayout(TfrmMain& form)
   root->addWidget(form.StatusBar);
 
   // Components without a visible form.
-  form.SkinController = Named(new QObject(self), "SkinController");
+  form.SkinController = Named(new TSkinController(self), "SkinController");
   form.popupBasemaps = Named(new QMenu(self), "popupBasemaps");
   form.popupBasemaps->addAction(QStringLiteral("test"));
   form.tcpClient = Named(new QTcpSocket(self), "tcpClient");

@@ -18,6 +18,9 @@
 #include "GlyphsU.h"
 #include "AzureMapKeyU.h"
 #include "BaseMapsU.h"
+#include "BuildCacheU.h"
+#include "ConfigU.h"
+#include "SkinsU.h"
 #include "StatusImagesU.h"
 #include "vxMapControl.h"
 #include "vxMapControlKmlFileLoader.h"
@@ -103,6 +106,8 @@ void TfrmMain::BuildControls()
   connect(lbStaticMarkers, &QListWidget::itemDoubleClicked, this,
           [this] { RunHandler([this] { lbStaticMarkersDblClick(); }); });
   connect(btnBasemaps, &QPushButton::clicked, this, [this] { RunHandler([this] { btnBasemapsClick(); }); });
+  connect(btnCache, &QPushButton::clicked, this, [this] { RunHandler([this] { btnCacheClick(); }); });
+  connect(btnConfigure, &QPushButton::clicked, this, [this] { RunHandler([this] { btnConfigureClick(); }); });
   sbtnAdd->installEventFilter(this);
 
   FLiveMarkers = std::make_unique<TLiveMarkers>(Map, KestrelLiveMarkers);
@@ -375,7 +380,9 @@ void TfrmMain::FormShow()
     move(area.x() + (area.width() - outer.width()) / 2, area.y() + (area.height() - outer.height()) / 2);
   }
 
-  // CurrentSkin is kept and handed on; Qt's own style draws the controls.
+  if (FormGPSImageLegend)
+    SkinController->Exclude(FormGPSImageLegend);
+  SkinController->SetSkinName(CurrentSkin);
   AllowChangingEvent = true;
 
   if (frmLayers)
@@ -996,6 +1003,19 @@ static TBaseMapFlags BaseMapFlags(const TfrmMain& form)
           form.MapsOpenStreet,   form.MapsAzureImagery, form.MapsAzureHybrid, form.MapsAzureRoad};
 }
 
+void TfrmMain::SetBaseMapFlags(const TBaseMapFlags& flags)
+{
+  MapsWorldImagery = flags[bmWorldImagery];
+  MapsWorldStreet = flags[bmWorldStreet];
+  MapsWorldTopo = flags[bmWorldTopo];
+  MapsNatGeo = flags[bmNatGeo];
+  MapsUSATopo = flags[bmUSATopo];
+  MapsOpenStreet = flags[bmOpenStreetMap];
+  MapsAzureImagery = flags[bmAzureImagery];
+  MapsAzureHybrid = flags[bmAzureHybrid];
+  MapsAzureRoad = flags[bmAzureRoad];
+}
+
 void TfrmMain::BuildBaseMapMenu()
 {
   FBaseMaps->SetUpLayers(*FServers);
@@ -1046,14 +1066,58 @@ void TfrmMain::btnBasemapsClick()
     Dialogs::Get().ShowMessage(QStringLiteral("No Offline Maps Are Available!"));
 }
 
-void TfrmMain::EnableDisableCacheBtn()
+std::pair<TvxMapControlGeoPoint, TvxMapControlGeoPoint> TfrmMain::CacheAreaCorners() const
 {
   // Top into X, left into Y, and the form's size rather than the map's:
-  // crossed on purpose, the cache builder measures the same way.
+  // crossed on purpose, the button and the builder measure the same way.
   const TvxPointDouble first(Map->y() + 1, Map->x() + 1);
   const TvxPointDouble second(Map->y() + height() - 1, Map->x() + width() - 1);
-  const TvxMapControlGeoPoint a = ArcGISMapLayer->ScreenPointToGeoPoint(first);
-  const TvxMapControlGeoPoint b = ArcGISMapLayer->ScreenPointToGeoPoint(second);
+  return {ArcGISMapLayer->ScreenPointToGeoPoint(first), ArcGISMapLayer->ScreenPointToGeoPoint(second)};
+}
+
+void TfrmMain::btnCacheClick()
+{
+  if (!frmBuildCache)
+    return;
+  const auto [topLeft, bottomRight] = CacheAreaCorners();
+  frmBuildCache->ShowForArea(topLeft.Latitude, topLeft.Longitude, bottomRight.Latitude, bottomRight.Longitude,
+                             FBaseMaps->ArcGISTileUrl(), FBaseMaps->ArcGISFilePrefix(), FBaseMaps->ArcGISMaxZoom());
+}
+
+void TfrmMain::btnConfigureClick()
+{
+  SetScreenCursor(Qt::ArrowCursor);
+  PlacingStaticMarker = false;
+  if (!frmConfig)
+    return;
+  const int selectedBaseMapIdx = FBaseMaps->CheckedIndex();
+  frmConfig->OnRefreshCustomStaticMarkers = [this] { RefreshCustomStaticMarkers(); };
+  frmConfig->Prepare({BaseMapFlags(*this), AzureMapsKey, ManageLayers, ManageMarkers}, CurrentSkin,
+                     Globals::CacheDir, KestrelStaticMarkers, SkinController);
+  if (Dialogs::Get().Execute(*frmConfig) != QDialog::Accepted) {
+    frmConfig->RestoreSkin();
+    return;
+  }
+  const TConfigSettings settings = frmConfig->Settings();
+  SetBaseMapFlags(settings.Maps);
+  FBaseMaps->ApplyFlags(settings.Maps);
+  const QAction* selected = FBaseMaps->EntryAt(selectedBaseMapIdx);
+  if (!selected || !selected->isVisible())
+    if (QAction* first = FBaseMaps->FirstVisibleEntry()) {
+      first->setChecked(true);
+      BaseMapClick(first);
+    }
+  CurrentSkin = SkinController->SkinName();
+  AzureMapsKey = settings.AzureMapsKey;
+  ManageLayers = settings.ManageLayers;
+  btnLayers->setVisible(ManageLayers);
+  ManageMarkers = settings.ManageMarkers;
+  btnMarkers->setVisible(ManageMarkers);
+}
+
+void TfrmMain::EnableDisableCacheBtn()
+{
+  const auto [a, b] = CacheAreaCorners();
   const bool allowCache = std::abs(a.Latitude - b.Latitude) <= 0.25;
   btnCache->setVisible(ConfigMode && Visible(imgInternet) && ArcGISMapLayer->Visible() && allowCache);
   QPalette palette = pnlMap->palette();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "BaseMapsU.h"
 #include "FeedMessageU.h"
 #include "GlobalsU.h"
 
@@ -24,11 +25,12 @@ class QStatusBar;
 class QTcpSocket;
 class QToolButton;
 class TFeedLink;
-class TBaseMaps;
+
 class TIniFile;
 class TLiveMarkers;
 class TStaticMarkers;
 class TLayerCatalog;
+class TSkinController;
 class TUnloadedFiles;
 class TvxMapControl;
 class TvxMapImageTileLayer;
@@ -36,6 +38,7 @@ class TvxMapItemLayer;
 class TvxMapPushpin;
 class IvxMapItem;
 struct TServerSettings;
+struct TvxMapControlGeoPoint;
 
 // The main window: the map in the middle, commands on the left, the
 // selected person on top, a two-panel status bar below. It is the hub of
@@ -113,6 +116,10 @@ public:
   void btnBasemapsClick();
   void SetCachedBaseMapsOnly();
   void EnableDisableCacheBtn();
+  void btnCacheClick();
+
+  // Configuration.
+  void btnConfigureClick();
 
   void UpdateStaticMarkerStatusImage(TvxMapPushpin* Marker, bool CurrentMarkerFlag);
 
@@ -238,7 +245,7 @@ public:
   QLabel* lblAttribution1 = nullptr;
   QLabel* lblAttribution2 = nullptr;
   // Without a visible form.
-  QObject* SkinController = nullptr;
+  TSkinController* SkinController = nullptr;
   QMenu* popupBasemaps = nullptr;
   QTcpSocket* tcpClient = nullptr; // never connected: only SHUTDOWN's connected test reads it
   QTimer* PingTimer = nullptr;
@@ -277,8 +284,11 @@ private:
 
   void PlaceGetPutMarker();
   void BuildBaseMapMenu();
+  void SetBaseMapFlags(const TBaseMapFlags& flags);
   void ApplyLocatorRule(const QString& location);
   TvxMapImageTileLayer* ConversionLayer() const;
+  // The area the cache builder takes: two screen points through the ArcGIS layer.
+  std::pair<TvxMapControlGeoPoint, TvxMapControlGeoPoint> CacheAreaCorners() const;
 
   void LoadLayersFromXML();
   void SaveLayersToXml();

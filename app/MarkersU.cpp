@@ -35,7 +35,6 @@ namespace
 {
 constexpr int RowHeight = 37;
 constexpr int Columns = 3;
-const int ImageIndexRole = Qt::UserRole;
 
 template <typename T>
 T* Named(T* object, const char* name)
@@ -169,22 +168,27 @@ TfrmMarkers::~TfrmMarkers()
     frmMarkers = nullptr;
 }
 
-QListWidget* TfrmMarkers::AddTab(QWidget*& sheet, const QString& category)
+void TfrmMarkers::SetUpImageListBox(QListWidget* list, const QSize& iconSize)
 {
-  sheet = new QWidget(PageControl1);
-  auto* layout = new QVBoxLayout(sheet);
-  layout->setContentsMargins(2, 2, 2, 2);
-  auto* list = new QListWidget(sheet);
   // Three columns of 37-pixel rows that fill top to bottom, then across.
   list->setViewMode(QListView::ListMode);
   list->setFlow(QListView::TopToBottom);
   list->setWrapping(true);
   list->setResizeMode(QListView::Adjust);
   list->setUniformItemSizes(true);
-  list->setIconSize(category == MarkerCategory::Misc ? QSize(32, 32) : QSize(32, 37));
+  list->setIconSize(iconSize);
   list->setSelectionMode(QAbstractItemView::SingleSelection);
   list->setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
   list->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+}
+
+QListWidget* TfrmMarkers::AddTab(QWidget*& sheet, const QString& category)
+{
+  sheet = new QWidget(PageControl1);
+  auto* layout = new QVBoxLayout(sheet);
+  layout->setContentsMargins(2, 2, 2, 2);
+  auto* list = new QListWidget(sheet);
+  SetUpImageListBox(list, category == MarkerCategory::Misc ? QSize(32, 32) : QSize(32, 37));
   list->installEventFilter(this);
   layout->addWidget(list);
   PageControl1->addTab(sheet, category);
@@ -305,7 +309,7 @@ void TfrmMarkers::BuildControls()
 void TfrmMarkers::SetListRowImage(QListWidget* list, int row, const TMarkerImageList& images, int index)
 {
   QListWidgetItem* item = list->item(row);
-  item->setData(ImageIndexRole, index);
+  item->setData(TfrmMarkers::ImageIndexRole, index);
   // A row without an image keeps an empty one of the list's size, so its
   // caption lines up with the others.
   QPixmap pixmap = QPixmap::fromImage(images.Image(index));
@@ -531,7 +535,7 @@ void TfrmMarkers::FormShow()
     list->clearSelection();
     list->setCurrentRow(-1);
     for (int row = 0; row < list->count(); ++row) {
-      if (QString::number(list->item(row)->data(ImageIndexRole).toInt()) == index) {
+      if (QString::number(list->item(row)->data(TfrmMarkers::ImageIndexRole).toInt()) == index) {
         list->setCurrentRow(row);
         list->scrollToItem(list->item(row));
         break;
@@ -635,7 +639,7 @@ void TfrmMarkers::ListClick(const QString& category)
   const QList<QListWidgetItem*> selected = list->selectedItems();
   if (selected.isEmpty() || !KestrelStaticMarker)
     return;
-  const int index = selected.first()->data(ImageIndexRole).toInt();
+  const int index = selected.first()->data(TfrmMarkers::ImageIndexRole).toInt();
   KestrelStaticMarker->Attributes().Add(StaticMarkerKey::ImageCategory, category);
   KestrelStaticMarker->Attributes().Add(StaticMarkerKey::ImageIndex, index);
   KestrelStaticMarker->SetImage(MarkerImageLists().ByCategory(category)->Image(index));
@@ -765,4 +769,10 @@ void TfrmMarkers::RefreshCustomStaticMarkers()
     SetListRowImage(lbCustom, lbCustom->count() - 1, images, index);
   });
   lbCustom->update();
+}
+
+void TfrmMarkers::SetLastCustomRowImage(int index)
+{
+  if (lbCustom->count() > 0)
+    SetListRowImage(lbCustom, lbCustom->count() - 1, MarkerImageLists().CustomImageList, index);
 }

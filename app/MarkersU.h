@@ -130,6 +130,16 @@ public:
   // Rebuilds the Custom tab from the custom image records.
   void RefreshCustomStaticMarkers();
 
+  // The image list boxes, here and in the configuration dialog: three
+  // columns of 37-pixel rows, each row bound to an image by index.
+  static constexpr int ImageIndexRole = Qt::UserRole;
+  static void SetUpImageListBox(QListWidget* list, const QSize& iconSize);
+  static void SetListRowImage(QListWidget* list, int row, const TMarkerImageList& images, int index);
+  static void LayOutColumns(QListWidget* list);
+  // Binds the last row of the Custom tab to another image, until the next
+  // refresh of the tab.
+  void SetLastCustomRowImage(int index);
+
   // The list of a category's tab; null for unknown texts.
   QListWidget* ListOf(const QString& category) const;
   // Whether the key filter of the coordinate boxes lets this text through.
@@ -186,8 +196,6 @@ private:
   void BuildControls();
   QListWidget* AddTab(QWidget*& sheet, const QString& category);
   void FillList(QListWidget* list, const QString& category);
-  void SetListRowImage(QListWidget* list, int row, const TMarkerImageList& images, int index);
-  void LayOutColumns(QListWidget* list);
   // Runs a handler; what escapes it is shown in the general failure box.
   void RunHandler(const std::function<void()>& handler);
   // Geographic point of the marker with one coordinate replaced.

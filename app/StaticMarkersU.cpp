@@ -26,19 +26,6 @@ const QString StaticRoot = QStringLiteral("KestrelStaticMarkerInfo");
 const QString CustomRoot = QStringLiteral("KestrelCustomMarkerInfo");
 const QString MarkersNode = QStringLiteral("Markers");
 const QString MarkerNode = QStringLiteral("Marker");
-
-// An image fitted into the list's size, centred on a transparent ground.
-QImage FitImage(const QImage& image, const QSize& size)
-{
-  if (image.size() == size)
-    return image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
-  QImage result(size, QImage::Format_ARGB32_Premultiplied);
-  result.fill(Qt::transparent);
-  const QImage scaled = image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
-  QPainter painter(&result);
-  painter.drawImage((size.width() - scaled.width()) / 2, (size.height() - scaled.height()) / 2, scaled);
-  return result;
-}
 }
 
 // ---------------------------------------------------------------------------
@@ -66,6 +53,18 @@ TStaticMarkers::TStaticMarkers(TvxCustomMapControl* AMap, TvxMapItemLayer* ALaye
   , FList(AList)
   , FImages(AImages)
 {
+}
+
+QImage TStaticMarkers::FitImage(const QImage& image, const QSize& size)
+{
+  if (image.size() == size)
+    return image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+  QImage result(size, QImage::Format_ARGB32_Premultiplied);
+  result.fill(Qt::transparent);
+  const QImage scaled = image.scaled(size, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+  QPainter painter(&result);
+  painter.drawImage((size.width() - scaled.width()) / 2, (size.height() - scaled.height()) / 2, scaled);
+  return result;
 }
 
 QString TStaticMarkers::Text(const TvxMapItem* item, const QString& key)
@@ -315,7 +314,7 @@ void TStaticMarkers::RefreshCustomImages(const TCustomImageInfoList& list, TMark
     const QImage image(list.Objects(i).FileName, "PNG");
     if (image.isNull())
       continue;
-    const int index = images.Add(FitImage(image, images.ImageSize()));
+    const int index = images.Add(TStaticMarkers::FitImage(image, images.ImageSize()));
     if (onRow)
       onRow(list.Objects(i).Caption, index);
   }

@@ -62,6 +62,8 @@ public:
   QListWidget* List() const { return FList; }
   TMarkerImageLists& Images() const { return FImages; }
 
+  // An image fitted into an image list's size, centred on a transparent ground.
+  static QImage FitImage(const QImage& image, const QSize& size);
   // The attribute as text; empty when the pushpin has none.
   static QString Text(const TvxMapItem* item, const QString& key);
   // The pushpin's name from a title: spaces become underscores. Throws

@@ -5,6 +5,7 @@
 
 #include "ArcGISMapProviderU.h"
 #include "AzureMapKeyU.h"
+#include "BingMapKeyU.h"
 #include "BaseMapsU.h"
 #include "DialogsU.h"
 #include "IniFileU.h"
@@ -283,6 +284,21 @@ private Q_SLOTS:
     QCOMPARE(Dialog.edtMapKey->text(), QStringLiteral("abc"));
     QCOMPARE(OkAtShow, QList<bool>({false, true}));
     QCOMPARE(Seam.Executed, QStringList({"Azure Map Key", "Azure Map Key"}));
+
+    // The kept Bing dialog: its own field, and a link that shows its address.
+    TBingMapsKeyDialog Bing;
+    QStringList Opened;
+    Bing.OnOpenUrl = [&Opened](const QString& Url) { Opened << Url; };
+    Bing.show();
+    QVERIFY(!Bing.btnOk->isEnabled());
+    QTest::keyClicks(Bing.edtMapKey, "xyz");
+    QTest::mouseClick(Bing.lblBingLink, Qt::LeftButton);
+    QTest::mouseClick(Bing.btnOk, Qt::LeftButton);
+    QCOMPARE(Bing.bingMapKey, QStringLiteral("xyz"));
+    QCOMPARE(Bing.result(), int(QDialog::Accepted));
+    QCOMPARE(Opened, QStringList({Bing.lblBingLink->text()}));
+    QVERIFY(Bing.lblBingLink->text().startsWith("https://"));
+    QCOMPARE(Dialog.AzureMapKey, QString());
   }
 
   void cleanup() { Dialogs::Set(nullptr); }
