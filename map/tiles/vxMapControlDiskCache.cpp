@@ -19,6 +19,22 @@ const QDateTime& DaysOrigin()
 }
 
 constexpr double MsecsPerDay = 86400000.0;
+
+// Name, time and size, split at the first two colons.
+bool ParseMapLine(QByteArray ALine, TvxMapControlCacheMapItem& AItem)
+{
+  while (ALine.endsWith('\n') || ALine.endsWith('\r'))
+    ALine.chop(1);
+  const qsizetype First = ALine.indexOf(':');
+  const qsizetype Second = First < 0 ? -1 : ALine.indexOf(':', First + 1);
+  if (Second <= 0)
+    return false;
+  bool TimeOk = false, SizeOk = false;
+  AItem.FName = QString::fromLocal8Bit(ALine.left(First));
+  AItem.FTime = ALine.mid(First + 1, Second - First - 1).toDouble(&TimeOk);
+  AItem.FSize = ALine.mid(Second + 1).toInt(&SizeOk);
+  return TimeOk && SizeOk;
+}
 } // namespace
 
 double vxDateTimeToDays(const QDateTime& AValue)
@@ -71,28 +87,33 @@ void TvxMapControlDiskCacheMap::LoadFromFile(const QString& AFileName)
   int LineNumber = 0;
   while (!File.atEnd())
   {
-    QByteArray Line = File.readLine();
     ++LineNumber;
-    while (Line.endsWith('\n') || Line.endsWith('\r'))
-      Line.chop(1);
-    // Name, time and size, split at the first two colons.
-    const qsizetype First = Line.indexOf(':');
-    const qsizetype Second = First < 0 ? -1 : Line.indexOf(':', First + 1);
-    bool TimeOk = false, SizeOk = false;
     TvxMapControlCacheMapItem Item;
-    if (Second > 0)
-    {
-      Item.FName = QString::fromLocal8Bit(Line.left(First));
-      Item.FTime = Line.mid(First + 1, Second - First - 1).toDouble(&TimeOk);
-      Item.FSize = Line.mid(Second + 1).toInt(&SizeOk);
-    }
-    if (!TimeOk || !SizeOk)
+    if (!ParseMapLine(File.readLine(), Item))
       throw EvxDiskCacheError(QStringLiteral("Line %1 of the cache map \"%2\" is not name:time:size")
                                 .arg(LineNumber)
                                 .arg(AFileName)
                                 .toStdString());
     Add(std::move(Item), false);
   }
+}
+
+int TvxMapControlDiskCacheMap::MergeFromFile(const QString& AFileName, const QString& ARoot)
+{
+  QFile File(AFileName);
+  if (!File.open(QIODevice::ReadOnly))
+    return 0;
+  int Added = 0;
+  while (!File.atEnd())
+  {
+    TvxMapControlCacheMapItem Item;
+    if (!ParseMapLine(File.readLine(), Item) || FNewest.contains(Item.FName.toLower()) ||
+        !QFileInfo::exists(ARoot + Item.FName))
+      continue;
+    Add(std::move(Item), false);
+    ++Added;
+  }
+  return Added;
 }
 
 void TvxMapControlDiskCacheMap::SaveToFile(const QString& AFileName) const
@@ -172,6 +193,13 @@ TvxMapControlDiskCache::TvxMapControlDiskCache(const QString& ARoot, int ADiskLi
   QDir().mkpath(FRoot);
   if (QFileInfo::exists(MapFileName()))
     FCacheMap->LoadFromFile(MapFileName());
+  FMapStamp = MapFileStamp();
+}
+
+TvxMapControlDiskCache::TFileStamp TvxMapControlDiskCache::MapFileStamp() const
+{
+  const QFileInfo Info(MapFileName());
+  return Info.exists() ? TFileStamp{Info.size(), Info.lastModified()} : TFileStamp{};
 }
 
 TvxMapControlDiskCache::~TvxMapControlDiskCache()
@@ -192,7 +220,13 @@ void TvxMapControlDiskCache::FlushMap()
     return;
   FMapDirty = false;
   FLastSave.start();
+  // Another cache over this folder, or the offline cache builder, wrote
+  // the file since: their lines stay.
+  const TFileStamp Now = MapFileStamp();
+  if (Now.Size >= 0 && !(Now == FMapStamp))
+    FCacheMap->MergeFromFile(MapFileName(), FRoot);
   FCacheMap->SaveToFile(MapFileName());
+  FMapStamp = MapFileStamp();
 }
 
 bool TvxMapControlDiskCache::LocatedAt(const QString& APath) const

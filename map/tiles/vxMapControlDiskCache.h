@@ -56,6 +56,12 @@ public:
   // half a map. Throws EvxDiskCacheError when it cannot be written.
   void SaveToFile(const QString& AFileName) const;
 
+  // Adds the lines of a map file that someone else wrote (another cache
+  // over the same folder, the offline cache builder) for names it does not
+  // list and whose files are in ARoot, as the oldest items. Lines that do
+  // not parse are skipped. Returns how many were added.
+  int MergeFromFile(const QString& AFileName, const QString& ARoot);
+
   // The newest item of that name, ignoring case; null if none.
   TvxMapControlCacheMapItem* GetItem(const QString& AName);
   // A new item at the front, used now; a name already listed gets a second
@@ -105,7 +111,8 @@ public:
 
   TvxMapControlDiskCacheMap& CacheMap() const { return *FCacheMap; }
   // Writes the map file if it changed since the last write; also done at
-  // most a second after a push, and when the cache closes.
+  // most a second after a push, and when the cache closes. Lines another
+  // writer put in the file since this cache last read or wrote it are kept.
   void FlushMap();
   static constexpr int MapSaveIntervalMs = 1000;
   QString MapFileName() const { return FRoot + QLatin1String(TvxMapControlDiskCacheMap::FileName); }
@@ -114,7 +121,17 @@ private:
   // Deletes the oldest pushes until the folder is below its limit.
   void ProcessCache();
 
+  // Size and time of the map file as this cache last read or wrote it.
+  struct TFileStamp
+  {
+    qint64 Size = -1;
+    QDateTime Modified;
+    bool operator==(const TFileStamp&) const = default;
+  };
+  TFileStamp MapFileStamp() const;
+
   std::unique_ptr<TvxMapControlDiskCacheMap> FCacheMap;
+  TFileStamp FMapStamp;
   QElapsedTimer FLastSave;
   bool FMapDirty = false;
   int FDiskLimit;

@@ -148,6 +148,43 @@ private Q_SLOTS:
     QCOMPARE(Unlimited.CacheMap().Size(), 1600000);
   }
 
+  // Two caches over one folder, and the offline cache builder writing the
+  // map file beside them: each flush keeps the others' lines whose tiles
+  // are there, so no tile falls out of the map.
+  void OtherWritersKeepTheirLines()
+  {
+    QTemporaryDir Dir;
+    const QString Root = Dir.path() + QLatin1Char('/');
+    TClockScope Clock(QDateTime(QDate(2024, 1, 31), QTime(12, 0)));
+    TvxMapControlDiskCache Street(Dir.path(), -1, 0);
+    TvxMapControlDiskCache Imagery(Dir.path(), -1, 0);
+    Street.Push("street", {0, 0, 1}, QStringLiteral("osm"));
+    Imagery.Push("imagery", {1, 1, 2}, QStringLiteral("arcgis"));
+
+    // The builder's run: a tile file and its line, one line broken and one
+    // for a file that is not there.
+    QByteArray Map = ReadAll(Street.MapFileName());
+    QVERIFY(Map.contains("osm_0_0_1") && Map.contains("arcgis_1_1_2"));
+    WriteAll(Root + QStringLiteral("ArcGIS_NGW_5_6_7.teramapcache"), "built");
+    Map += "ArcGIS_NGW_5_6_7.teramapcache:45322.4:5\nbroken\nArcGIS_NGW_9_9_9.teramapcache:45322.4:5\n";
+    WriteAll(Street.MapFileName(), Map);
+
+    Clock.Clock->Advance(2000);
+    Street.Push("street2", {1, 0, 1}, QStringLiteral("osm"));
+    Street.FlushMap();
+    const QByteArray After = ReadAll(Street.MapFileName());
+    for (const char* Name : {"osm_0_0_1", "osm_1_0_1", "arcgis_1_1_2", "ArcGIS_NGW_5_6_7"})
+      QVERIFY2(After.contains(Name), Name);
+    QVERIFY(!After.contains("ArcGIS_NGW_9_9_9") && !After.contains("broken"));
+    QCOMPARE(After.count('\n'), 4);
+    QString FileName;
+    QVERIFY(Street.TryRetrieveFileName({5, 6, 7}, QStringLiteral("ArcGIS_NGW"), FileName));
+
+    // Nothing to write: the file is left as it is.
+    Street.FlushMap();
+    QCOMPARE(ReadAll(Street.MapFileName()), After);
+  }
+
   // No folder: nothing written or found. A map with a broken line fails
   // with its line number; Windows line ends are read.
   void NoFolderAndBadMapFiles()
