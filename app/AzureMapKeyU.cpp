@@ -32,6 +32,18 @@ void OpenWebPage(const QString& url)
   QDesktopServices::openUrl(QUrl(url));
 }
 
+void StyleAsLink(QLabel* label, const QString& url)
+{
+  label->setToolTip(url);
+  QFont font = label->font();
+  font.setUnderline(true);
+  label->setFont(font);
+  QPalette palette = label->palette();
+  palette.setColor(QPalette::WindowText, QColor(0x00, 0x66, 0xCC));
+  label->setPalette(palette);
+  label->setCursor(Qt::PointingHandCursor);
+}
+
 TMapKeyDialog::TMapKeyDialog(const TTexts& texts, QWidget* parent)
   : QDialog(parent), FTexts(texts)
 {
@@ -46,17 +58,9 @@ TMapKeyDialog::TMapKeyDialog(const TTexts& texts, QWidget* parent)
   Label2 = Named(new QLabel(QStringLiteral("For more information:"), this), QStringLiteral("Label2"));
   Label2->setGeometry(16, 72, 130, 18);
 
-  // Plain text dressed as a link, so that its text stays the caption.
   LinkLabel = Named(new QLabel(texts.LinkText, this), texts.LinkName);
   LinkLabel->setGeometry(150, 72, 234, 18);
-  LinkLabel->setToolTip(texts.Url);
-  QFont linkFont = LinkLabel->font();
-  linkFont.setUnderline(true);
-  LinkLabel->setFont(linkFont);
-  QPalette linkPalette = LinkLabel->palette();
-  linkPalette.setColor(QPalette::WindowText, QColor(0x00, 0x66, 0xCC));
-  LinkLabel->setPalette(linkPalette);
-  LinkLabel->setCursor(Qt::PointingHandCursor);
+  StyleAsLink(LinkLabel, texts.Url);
   LinkLabel->installEventFilter(this);
 
   btnOk = Named(new QPushButton(QStringLiteral("OK"), this), QStringLiteral("btnOk"));

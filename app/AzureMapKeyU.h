@@ -83,3 +83,6 @@ QString AskAzureMapsKey(TAzureMapsKeyDialog& dialog);
 
 // Opens a web page in the default browser; nothing on a screenless platform.
 void OpenWebPage(const QString& url);
+// Dresses a plain label as a link to `url`: underlined, blue, the hand
+// cursor, the address as its hint. Its text stays the caption.
+void StyleAsLink(QLabel* label, const QString& url);

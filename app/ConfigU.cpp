@@ -145,14 +145,7 @@ void TfrmConfig::BuildControls()
   auto* linkRow = new QHBoxLayout;
   lblMoreInfo = Named(new QLabel(QStringLiteral("For more information:"), TabSheet1), "lblMoreInfo");
   lblAzureLink = Named(new QLabel(QStringLiteral("Create an Azure Maps Account"), TabSheet1), "lblAzureLink");
-  QFont linkFont = lblAzureLink->font();
-  linkFont.setUnderline(true);
-  lblAzureLink->setFont(linkFont);
-  QPalette linkPalette = lblAzureLink->palette();
-  linkPalette.setColor(QPalette::WindowText, QColor(0x00, 0x66, 0xCC));
-  lblAzureLink->setPalette(linkPalette);
-  lblAzureLink->setCursor(Qt::PointingHandCursor);
-  lblAzureLink->setToolTip(TAzureMapsKeyDialog::AccountUrl());
+  StyleAsLink(lblAzureLink, TAzureMapsKeyDialog::AccountUrl());
   lblAzureLink->installEventFilter(this);
   linkRow->addWidget(lblMoreInfo);
   linkRow->addWidget(lblAzureLink);
