@@ -7,6 +7,7 @@
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QMessageBox>
+#include <QPointer>
 #include <cstdio>
 
 namespace
@@ -28,6 +29,43 @@ QString Caption()
 {
   return QApplication::applicationDisplayName();
 }
+
+QPointer<QWidget>& MainWindow()
+{
+  static QPointer<QWidget> window;
+  return window;
+}
+
+std::function<void(bool)>& OnMessageBox()
+{
+  static std::function<void(bool)> handler;
+  return handler;
+}
+
+// The modal dialog on top, else the main window, else whatever is active.
+QWidget* Owner()
+{
+  if (QWidget* modal = QApplication::activeModalWidget())
+    return modal;
+  if (MainWindow())
+    return MainWindow();
+  return QApplication::activeWindow();
+}
+
+// Brackets a box for whoever shows that something waits on it.
+struct TBoxOpen
+{
+  TBoxOpen()
+  {
+    if (OnMessageBox())
+      OnMessageBox()(true);
+  }
+  ~TBoxOpen()
+  {
+    if (OnMessageBox())
+      OnMessageBox()(false);
+  }
+};
 }
 
 namespace Dialogs
@@ -44,17 +82,28 @@ std::unique_ptr<TDialogs> Set(std::unique_ptr<TDialogs> dialogs)
   std::swap(dialogs, Current());
   return dialogs;
 }
+void SetMainWindow(QWidget* window)
+{
+  MainWindow() = window;
+}
+
+void SetOnMessageBox(std::function<void(bool open)> handler)
+{
+  OnMessageBox() = std::move(handler);
+}
 }
 
 void TWidgetDialogs::ShowMessage(const QString& text)
 {
-  QMessageBox box(QMessageBox::NoIcon, Caption(), text, QMessageBox::Ok, QApplication::activeWindow());
+  const TBoxOpen open;
+  QMessageBox box(QMessageBox::NoIcon, Caption(), text, QMessageBox::Ok, Owner());
   box.exec();
 }
 
 bool TWidgetDialogs::Question(const QString& caption, const QString& text, bool defaultYes)
 {
-  const auto answer = QMessageBox::question(QApplication::activeWindow(), caption, text,
+  const TBoxOpen open;
+  const auto answer = QMessageBox::question(Owner(), caption, text,
                                             QMessageBox::Yes | QMessageBox::No,
                                             defaultYes ? QMessageBox::Yes : QMessageBox::No);
   return answer == QMessageBox::Yes;
@@ -64,7 +113,7 @@ std::optional<QString> TWidgetDialogs::InputBox(const QString& caption, const QS
                                                 const QString& defaultText)
 {
   bool ok = false;
-  const QString text = QInputDialog::getText(QApplication::activeWindow(), caption, prompt,
+  const QString text = QInputDialog::getText(Owner(), caption, prompt,
                                              QLineEdit::Normal, defaultText, &ok);
   if (!ok)
     return std::nullopt;
@@ -73,17 +122,17 @@ std::optional<QString> TWidgetDialogs::InputBox(const QString& caption, const QS
 
 QString TWidgetDialogs::OpenFileName(const QString& caption, const QString& dir, const QString& filter)
 {
-  return QFileDialog::getOpenFileName(QApplication::activeWindow(), caption, dir, filter);
+  return QFileDialog::getOpenFileName(Owner(), caption, dir, filter);
 }
 
 QString TWidgetDialogs::SaveFileName(const QString& caption, const QString& dir, const QString& filter)
 {
-  return QFileDialog::getSaveFileName(QApplication::activeWindow(), caption, dir, filter);
+  return QFileDialog::getSaveFileName(Owner(), caption, dir, filter);
 }
 
 QString TWidgetDialogs::FolderName(const QString& caption, const QString& dir)
 {
-  return QFileDialog::getExistingDirectory(QApplication::activeWindow(), caption, dir);
+  return QFileDialog::getExistingDirectory(Owner(), caption, dir);
 }
 
 int TWidgetDialogs::Execute(QDialog& dialog)

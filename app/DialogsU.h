@@ -42,6 +42,12 @@ std::unique_ptr<TDialogs> Set(std::unique_ptr<TDialogs> dialogs);
 // failure box, its text and one OK button, and the program goes on.
 void RunReported(const std::function<void()>& handler);
 
+// The window that on-screen message boxes belong to when no modal dialog
+// is up, so that a box never ends up behind the map.
+void SetMainWindow(QWidget* window);
+// Told when an on-screen message box or question opens (true) and closes.
+void SetOnMessageBox(std::function<void(bool open)> handler);
+
 // The environment variable that switches a real process to TStderrDialogs
 // when it holds "stderr"; read once by main() and nowhere else.
 inline constexpr const char* EnvironmentVariable = "MAPWRIGHT_DIALOGS";

@@ -39,6 +39,8 @@ public:
 
   // While paused the link neither reads nor writes; frames wait in the socket.
   bool Paused() const { return FPaused; }
+  // A frame is in the handler's hands; the next ones wait until it returns.
+  bool Delivering() const { return FDelivering; }
   void SetPaused(bool paused);
 
   // The one outbound slot: the last text assigned before the link takes it

@@ -2,6 +2,7 @@
 
 #include "GlyphsU.h"
 #include "MainU.h"
+#include "RosterU.h"
 #include "SkinsU.h"
 #include "vxMapControl.h"
 #include "vxMapControlNavigationPanel.h"
@@ -152,6 +153,23 @@ void BuildMainLayout(TfrmMain& form)
       top->addSpacing(24);
   }
   top->addStretch(1);
+  // Beyond the design: the notice that the feed waits on a message box, and the roster's switch.
+  form.lblPaused = Named(new QLabel(QStringLiteral("Live updates paused until the message is closed"), form.pnlTop),
+                         "lblPaused");
+  QPalette pausedPalette = form.lblPaused->palette();
+  pausedPalette.setColor(QPalette::WindowText, QColor(0xD0, 0x00, 0x00));
+  form.lblPaused->setPalette(pausedPalette);
+  QFont pausedFont = form.lblPaused->font();
+  pausedFont.setBold(true);
+  form.lblPaused->setFont(pausedFont);
+  form.lblPaused->hide();
+  top->addWidget(form.lblPaused);
+  top->addSpacing(12);
+  form.btnRoster = Named(new QToolButton(form.pnlTop), "btnRoster");
+  form.btnRoster->setText(QStringLiteral("Roster"));
+  form.btnRoster->setCheckable(true);
+  form.btnRoster->setToolTip(QStringLiteral("Show or hide the roster (F2)"));
+  top->addWidget(form.btnRoster);
   form.SpeedButton1 = Named(new QToolButton(form.pnlTop), "SpeedButton1");
   form.SpeedButton1->setIcon(QIcon(Glyphs::LegendIcon()));
   form.SpeedButton1->setIconSize(QSize(24, 24));
@@ -301,9 +319,13 @@ void BuildMainLayout(TfrmMain& form)
 
   form.qxSplitter1->addWidget(form.pnlLeft);
   form.qxSplitter1->addWidget(form.pnlMap);
+  form.pnlRoster = new TRosterPanel(form.Map, form.KestrelLiveMarkers, form.qxSplitter1);
+  form.qxSplitter1->addWidget(form.pnlRoster);
+  form.pnlRoster->hide();
   form.qxSplitter1->setStretchFactor(0, 0);
   form.qxSplitter1->setStretchFactor(1, 1);
-  form.qxSplitter1->setSizes({177, 1109 - 177 - 5});
+  form.qxSplitter1->setStretchFactor(2, 0);
+  form.qxSplitter1->setSizes({177, 1109 - 177 - 5, 340});
 
   form.StatusBar = Named(new QStatusBar(self), "StatusBar");
   form.StatusBar->setFixedHeight(20);

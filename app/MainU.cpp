@@ -20,6 +20,7 @@
 #include "BaseMapsU.h"
 #include "BuildCacheU.h"
 #include "ConfigU.h"
+#include "RosterU.h"
 #include "SkinsU.h"
 #include "StatusImagesU.h"
 #include "vxMapControl.h"
@@ -49,6 +50,7 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QScreen>
+#include <QShortcut>
 #include <QTcpSocket>
 #include <QToolButton>
 #include <QWindow>
@@ -84,6 +86,8 @@ TfrmMain::~TfrmMain()
   SetScreenCursor(Qt::ArrowCursor);
   FormDestroy();
   qApp->removeEventFilter(this);
+  Dialogs::SetOnMessageBox(nullptr);
+  Dialogs::SetMainWindow(nullptr);
   if (frmMain == this)
     frmMain = nullptr;
 }
@@ -109,6 +113,14 @@ void TfrmMain::BuildControls()
   connect(btnCache, &QPushButton::clicked, this, [this] { RunHandler([this] { btnCacheClick(); }); });
   connect(btnConfigure, &QPushButton::clicked, this, [this] { RunHandler([this] { btnConfigureClick(); }); });
   sbtnAdd->installEventFilter(this);
+  connect(btnRoster, &QToolButton::clicked, this, [this] { btnRosterClick(); });
+  auto* rosterKey = new QShortcut(QKeySequence(Qt::Key_F2), this);
+  connect(rosterKey, &QShortcut::activated, this, [this] { btnRosterClick(); });
+  auto* alarmKey = new QShortcut(QKeySequence(Qt::Key_F8), this);
+  connect(alarmKey, &QShortcut::activated, this, [this] { RosterNextAlarm(); });
+  // Message boxes belong to this window, and say when the feed waits on one.
+  Dialogs::SetMainWindow(this);
+  Dialogs::SetOnMessageBox([this](bool open) { lblPaused->setVisible(open && FFeedLink && FFeedLink->Delivering()); });
 
   FLiveMarkers = std::make_unique<TLiveMarkers>(Map, KestrelLiveMarkers);
   FLayerCatalog = std::make_unique<TLayerCatalog>(Map);
@@ -298,6 +310,10 @@ void TfrmMain::ReadSettings()
   MapsAzureImagery = ini.ReadBool(maps, QStringLiteral("AzureImagery"), false);
   MapsAzureHybrid = ini.ReadBool(maps, QStringLiteral("AzureHybrid"), false);
   MapsAzureRoad = ini.ReadBool(maps, QStringLiteral("AzureRoad"), false);
+  // Beyond the design: the roster's own keys.
+  if (ini.ValueExists(QStringLiteral("Roster"), QStringLiteral("Visible")))
+    FRosterSetting = ini.ReadBool(QStringLiteral("Roster"), QStringLiteral("Visible"), false);
+  RosterNames = ini.ReadBool(QStringLiteral("Roster"), QStringLiteral("NamesOnMap"), false);
   ConfigFile = nullptr;
   CentredOnScreen = StartupTop == -1;
 }
@@ -333,6 +349,11 @@ void TfrmMain::WriteSettings()
   ini.WriteBool(maps, QStringLiteral("AzureImagery"), MapsAzureImagery);
   ini.WriteBool(maps, QStringLiteral("AzureHybrid"), MapsAzureHybrid);
   ini.WriteBool(maps, QStringLiteral("AzureRoad"), MapsAzureRoad);
+  RosterNames = pnlRoster->NamesOnMap();
+  if (FRosterSetting)
+    ini.WriteBool(QStringLiteral("Roster"), QStringLiteral("Visible"), RosterVisible);
+  if (RosterNames || ini.ValueExists(QStringLiteral("Roster"), QStringLiteral("NamesOnMap")))
+    ini.WriteBool(QStringLiteral("Roster"), QStringLiteral("NamesOnMap"), RosterNames);
   QString error;
   const bool saved = ini.UpdateFile(&error);
   ConfigFile = nullptr;
@@ -359,6 +380,10 @@ void TfrmMain::ApplyModeVisibility()
   pnlGet->setVisible(GetMode);
   btnMarkers->setVisible(ManageMarkers && !PutMode && !GetMode);
   btnLayers->setVisible(ManageLayers && !PutMode && !GetMode);
+  RosterVisible = !PutMode && !GetMode && FRosterSetting.value_or(RuntimeMode);
+  pnlRoster->setVisible(RosterVisible);
+  btnRoster->setChecked(RosterVisible);
+  pnlRoster->SetNamesOnMap(RosterNames);
 }
 
 void TfrmMain::ShowInternetStatus(bool connected)
@@ -632,7 +657,9 @@ void TfrmMain::TCPDataReceived(const QString& msg)
     hooks.OnInit = [this](const TLiveMarkerReport&) { BringApplicationToFront(); };
     hooks.OnCurrentUserReport = [this](const TLiveMarkerReport& report) { CurrentUserReport(report); };
     FLiveMarkers->ApplyReports(message, hooks);
+    RefreshRoster();
   } catch (const EMapwrightError& e) {
+    RefreshRoster();
     Dialogs::Get().ShowMessage(e.Message());
   }
 }
@@ -748,6 +775,34 @@ void TfrmMain::PingTimerTimer()
   FLiveMarkers->Flash(HighlightMarker);
   Map->EndUpdate();
   HighlightMarker = !HighlightMarker;
+  RefreshRoster();
+}
+
+// ---------------------------------------------------------------------------
+// Roster
+
+void TfrmMain::btnRosterClick()
+{
+  if (PutMode || GetMode)
+    return;
+  RosterVisible = !RosterVisible;
+  FRosterSetting = RosterVisible;
+  pnlRoster->setVisible(RosterVisible);
+  btnRoster->setChecked(RosterVisible);
+  RefreshRoster();
+}
+
+void TfrmMain::RosterNextAlarm()
+{
+  if (!PutMode && !GetMode)
+    pnlRoster->NextAlarm(CurrentUserID());
+}
+
+void TfrmMain::RefreshRoster()
+{
+  if (PutMode || GetMode)
+    return;
+  pnlRoster->RequestRefresh();
 }
 
 QString TfrmMain::TestMarkersFixture()
@@ -983,6 +1038,7 @@ void TfrmMain::MapSelectionChanging(IvxMapItem* AItem, bool&)
     pin->SetIndex(KestrelLiveMarkers->MapItems().Count() - 1);
     StatusBarPanel1->setText(QStringLiteral("Fix Status: ") + text("FIXSTATUS"));
     FLiveMarkers->UpdateAllStatusImages();
+    pnlRoster->SetSelectedID(FLiveMarkers->CurrentUserID);
   } else if (pin->Tag() == StaticMarkerTag) {
     FStaticMarkers->SelectionChanged(pin);
   }

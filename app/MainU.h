@@ -10,6 +10,7 @@
 #include <QWidget>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QAction;
 class QCheckBox;
@@ -31,6 +32,7 @@ class TLiveMarkers;
 class TStaticMarkers;
 class TLayerCatalog;
 class TSkinController;
+class TRosterPanel;
 class TUnloadedFiles;
 class TvxMapControl;
 class TvxMapImageTileLayer;
@@ -120,6 +122,13 @@ public:
 
   // Configuration.
   void btnConfigureClick();
+
+  // The roster: shown or hidden (F2), the next alarm (F8), one round of updates.
+  void btnRosterClick();
+  void RosterNextAlarm();
+  void RefreshRoster();
+  bool RosterVisible = false;
+  bool RosterNames = false;
 
   void UpdateStaticMarkerStatusImage(TvxMapPushpin* Marker, bool CurrentMarkerFlag);
 
@@ -244,6 +253,10 @@ public:
   QFrame* pnlAttribute = nullptr;
   QLabel* lblAttribution1 = nullptr;
   QLabel* lblAttribution2 = nullptr;
+  // Beyond the design: the roster beside the map and the feed's pause notice.
+  TRosterPanel* pnlRoster = nullptr;
+  QToolButton* btnRoster = nullptr;
+  QLabel* lblPaused = nullptr;
   // Without a visible form.
   TSkinController* SkinController = nullptr;
   QMenu* popupBasemaps = nullptr;
@@ -319,6 +332,7 @@ private:
   bool FTerminateRequested = false;
   bool FShown = false;
   bool FClosed = false;
+  std::optional<bool> FRosterSetting; // the stored or chosen state; none means the mode decides
 };
 
 extern TfrmMain* frmMain;

@@ -3,7 +3,10 @@
 //    stay within the link's 16,384 characters; each frame parsed, stored,
 //    imaged and painted, as it comes from the parent;
 //  - a flash tick over 1,000 people in alarm, with its paint;
-//  - the same round again, which changes nothing and composes no image.
+//  - the same round again, which changes nothing and composes no image;
+//  - the roster's share of a round: reading the layer, sorting, counting,
+//    and repainting its table, shown beside the map, with and without a
+//    filter typed.
 // Beside them, as the baseline, the same frames only parsed: the ratio is
 // what the store, the images and the painting add to reading the XML.
 //
@@ -15,6 +18,7 @@
 #include "InternetProbeU.h"
 #include "LiveMarkersU.h"
 #include "MainU.h"
+#include "RosterU.h"
 #include "vxMapControl.h"
 
 #include <QApplication>
@@ -22,6 +26,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLineEdit>
+#include <QTableView>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -107,7 +113,7 @@ int main(int argc, char** argv)
               "medians of %d rounds\n",
               People, static_cast<long long>(onRound.size()), longest, FrameLimit, rounds);
 
-  std::vector<double> parseOnly, firstRound, repeatRound, flashTick;
+  std::vector<double> parseOnly, firstRound, repeatRound, flashTick, rosterRound, rosterFiltered;
   int composedInRepeat = 0;
   for (int round = 0; round < rounds; ++round) {
     parseOnly.push_back(Time([&] {
@@ -128,6 +134,24 @@ int main(int argc, char** argv)
     const int before = form.LiveMarkers().ImageCompositions();
     repeatRound.push_back(Time([&] { feed(onRound); }));
     composedInRepeat += form.LiveMarkers().ImageCompositions() - before;
+
+    form.btnRosterClick();
+    QCoreApplication::processEvents();
+    std::vector<double> roster, filtered;
+    for (int tick = 0; tick < 9; ++tick)
+      roster.push_back(Time([&] {
+        form.pnlRoster->Refresh();
+        form.pnlRoster->tvRoster->viewport()->repaint();
+      }));
+    form.pnlRoster->edtFilter->setText(QStringLiteral("Company 12"));
+    for (int tick = 0; tick < 9; ++tick)
+      filtered.push_back(Time([&] {
+        form.pnlRoster->Refresh();
+        form.pnlRoster->tvRoster->viewport()->repaint();
+      }));
+    form.pnlRoster->edtFilter->clear();
+    rosterRound.push_back(Median(roster));
+    rosterFiltered.push_back(Median(filtered));
 
     feed(panicRound);
     bool phase = true;
@@ -153,6 +177,8 @@ int main(int argc, char** argv)
   line("first round: parse, store, images, paint", Median(firstRound));
   line("same round again: nothing changes", Median(repeatRound));
   line("flash tick, 1,000 alarms, with paint", Median(flashTick));
+  line("roster round, 1,000 people, with paint", Median(rosterRound));
+  line("roster round with a filter typed", Median(rosterFiltered));
   std::printf("images composed in the repeated rounds: %d\n", composedInRepeat);
   return composedInRepeat == 0 ? 0 : 1;
 }

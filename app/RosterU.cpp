@@ -1,0 +1,653 @@
+#include "RosterU.h"
+
+#include "ClockU.h"
+#include "StatusImagesU.h"
+#include "vxMapControl.h"
+#include "vxMapItemLayer.h"
+#include "vxMapPointItems.h"
+
+#include <QCheckBox>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTableView>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <map>
+
+namespace
+{
+const QString KeyID = QStringLiteral("ID");
+const QString KeyName = QStringLiteral("NAME");
+const QString KeyLocation = QStringLiteral("LOCATION");
+const QString KeyStatus = QStringLiteral("STATUS");
+const QString KeyLat = QStringLiteral("LAT");
+const QString KeyLon = QStringLiteral("LON");
+const QString KeyFixStatus = QStringLiteral("FIXSTATUS");
+const QString KeyLastUpdate = QStringLiteral("LASTUPDATE");
+const QString LostPrefix = QStringLiteral("lost:");
+
+QString Text(const TvxMapItemAttributes& attributes, const QString& key)
+{
+  return attributes.ContainsName(key) ? attributes.Value(key).toString() : QString();
+}
+
+// Alarms, then the other words that flash, then the rest.
+int Severity(const QString& status)
+{
+  if (TRoster::IsAlarm(status))
+    return 0;
+  return StatusLook(status).Flashes ? 1 : 2;
+}
+
+QString SortText(const TRosterEntry& entry, int column)
+{
+  switch (column) {
+  case TRoster::rcName: return entry.Name;
+  case TRoster::rcStatus: return entry.Status;
+  case TRoster::rcLocation: return entry.Location;
+  case TRoster::rcFixStatus: return entry.FixStatus;
+  default: return entry.ID;
+  }
+}
+
+QImage GreyImage(const QImage& source)
+{
+  QImage grey = source.convertToFormat(QImage::Format_ARGB32);
+  for (int y = 0; y < grey.height(); ++y) {
+    auto* line = reinterpret_cast<QRgb*>(grey.scanLine(y));
+    for (int x = 0; x < grey.width(); ++x) {
+      const int g = qGray(line[x]) / 2 + 100;
+      line[x] = qRgba(g, g, g, qAlpha(line[x]) * 3 / 4);
+    }
+  }
+  return grey;
+}
+} // namespace
+
+// ---------------------------------------------------------------------------
+// TRoster
+
+bool TRoster::IsAlarm(const QString& status)
+{
+  return status == QLatin1String("PANIC") || status == QLatin1String("FALL") || status == QLatin1String("MOTION") ||
+         status == QLatin1String("HEAT");
+}
+
+void TRoster::Refresh(const TvxMapItemLayer& layer, const QDateTime& now)
+{
+  FNow = now;
+  QHash<QString, TRosterEntry> live;
+  live.reserve(FLive.size() + 8);
+  const TvxMapItems& items = layer.MapItems();
+  for (int i = 0; i < items.Count(); ++i) {
+    const auto* pin = dynamic_cast<const TvxMapPushpin*>(items.Items(i));
+    if (!pin)
+      continue;
+    const TvxMapItemAttributes& attributes = pin->Attributes();
+    // The pin of a Get or Put run has no report.
+    if (!attributes.ContainsName(KeyLastUpdate))
+      continue;
+    TRosterEntry entry;
+    entry.ID = Text(attributes, KeyID);
+    if (live.contains(entry.ID))
+      continue; // the first pin of an ID is the one the store keeps up to date
+    entry.Name = Text(attributes, KeyName);
+    entry.Status = Text(attributes, KeyStatus);
+    entry.Location = Text(attributes, KeyLocation);
+    entry.FixStatus = Text(attributes, KeyFixStatus);
+    entry.Latitude = attributes.ContainsName(KeyLat) ? attributes.Value(KeyLat).toDouble() : 0;
+    entry.Longitude = attributes.ContainsName(KeyLon) ? attributes.Value(KeyLon).toDouble() : 0;
+    entry.LastReport = attributes.Value(KeyLastUpdate).toDateTime();
+    live.insert(entry.ID, std::move(entry));
+  }
+
+  for (auto it = FLive.cbegin(); it != FLive.cend(); ++it)
+    if (!live.contains(it.key())) {
+      std::erase_if(FLost, [&](const TRosterEntry& lost) { return lost.ID == it.key(); });
+      TRosterEntry lost = it.value();
+      lost.Lost = true;
+      FLost.push_back(std::move(lost));
+    }
+  if (!FLost.empty())
+    std::erase_if(FLost, [&](const TRosterEntry& lost) { return live.contains(lost.ID); });
+  FLive = std::move(live);
+  Arrange();
+}
+
+void TRoster::SetFilter(const QString& text)
+{
+  FFilter = text.trimmed();
+  Arrange();
+}
+
+void TRoster::SetSortColumn(int column, Qt::SortOrder order)
+{
+  FSortColumn = column;
+  FSortOrder = order;
+  Arrange();
+}
+
+bool TRoster::Matches(const TRosterEntry& entry) const
+{
+  return FFilter.isEmpty() || entry.ID.contains(FFilter, Qt::CaseInsensitive) ||
+         entry.Name.contains(FFilter, Qt::CaseInsensitive);
+}
+
+void TRoster::Arrange()
+{
+  std::vector<const TRosterEntry*> all;
+  all.reserve(size_t(FLive.size()));
+  FAlarmCount = 0;
+  for (const TRosterEntry& entry : FLive) {
+    all.push_back(&entry);
+    FAlarmCount += IsAlarm(entry.Status);
+  }
+  const int column = FSortColumn;
+  const bool descending = FSortOrder == Qt::DescendingOrder;
+  std::sort(all.begin(), all.end(), [column, descending](const TRosterEntry* a, const TRosterEntry* b) {
+    const bool alarmA = IsAlarm(a->Status), alarmB = IsAlarm(b->Status);
+    if (alarmA != alarmB)
+      return alarmA;
+    int order = 0;
+    if (column == rcLastReport)
+      order = a->LastReport < b->LastReport ? -1 : (b->LastReport < a->LastReport ? 1 : 0);
+    else if (column == rcImage)
+      order = Severity(a->Status) - Severity(b->Status);
+    else
+      order = QString::compare(SortText(*a, column), SortText(*b, column), Qt::CaseInsensitive);
+    if (order == 0)
+      order = QString::compare(a->ID, b->ID);
+    return descending ? order > 0 : order < 0;
+  });
+
+  FLiveRows.clear();
+  FAlarmOrder.clear();
+  for (const TRosterEntry* entry : all) {
+    if (IsAlarm(entry->Status))
+      FAlarmOrder.push_back(entry->ID);
+    if (Matches(*entry))
+      FLiveRows.push_back(*entry);
+  }
+  // The latest loss on top.
+  FLostRows.clear();
+  for (auto it = FLost.crbegin(); it != FLost.crend(); ++it)
+    if (Matches(*it))
+      FLostRows.push_back(*it);
+}
+
+QString TRoster::CountsText() const
+{
+  std::map<QString, int> counts;
+  for (const TRosterEntry& entry : FLive)
+    ++counts[entry.Status];
+  std::vector<std::pair<QString, int>> ordered(counts.begin(), counts.end());
+  std::stable_sort(ordered.begin(), ordered.end(), [](const auto& a, const auto& b) {
+    const int sa = Severity(a.first), sb = Severity(b.first);
+    return sa != sb ? sa < sb : a.second > b.second;
+  });
+  const int people = int(FLive.size());
+  QString text = people == 1 ? QStringLiteral("1 person") : QStringLiteral("%1 people").arg(people);
+  for (size_t i = 0; i < ordered.size(); ++i)
+    text += (i == 0 ? QStringLiteral(": ") : QStringLiteral(", ")) +
+            QStringLiteral("%1 %2").arg(ordered[i].second).arg(ordered[i].first.isEmpty() ? QStringLiteral("(no status)")
+                                                                                          : ordered[i].first);
+  return text;
+}
+
+QString TRoster::NextAlarmID(const QString& currentID) const
+{
+  if (FAlarmOrder.empty())
+    return {};
+  const auto at = std::find(FAlarmOrder.cbegin(), FAlarmOrder.cend(), currentID);
+  if (at == FAlarmOrder.cend() || std::next(at) == FAlarmOrder.cend())
+    return FAlarmOrder.front();
+  return *std::next(at);
+}
+
+const TRosterEntry* TRoster::FindLost(const QString& id) const
+{
+  for (const TRosterEntry& entry : FLost)
+    if (entry.ID == id)
+      return &entry;
+  return nullptr;
+}
+
+void TRoster::Dismiss(const QString& id)
+{
+  std::erase_if(FLost, [&](const TRosterEntry& lost) { return lost.ID == id; });
+  Arrange();
+}
+
+// ---------------------------------------------------------------------------
+// TRosterModel
+
+TRosterModel::TRosterModel(TRoster& roster, QObject* parent)
+  : QAbstractTableModel(parent), FRoster(roster)
+{
+}
+
+int TRosterModel::LostHeadingRow() const
+{
+  return FRoster.Lost().empty() ? -1 : int(FRoster.Live().size());
+}
+
+int TRosterModel::rowCount(const QModelIndex& parent) const
+{
+  if (parent.isValid())
+    return 0;
+  const int lost = int(FRoster.Lost().size());
+  return int(FRoster.Live().size()) + (lost > 0 ? lost + 1 : 0);
+}
+
+int TRosterModel::columnCount(const QModelIndex& parent) const
+{
+  return parent.isValid() ? 0 : TRoster::ColumnCount;
+}
+
+const TRosterEntry* TRosterModel::EntryAt(int row) const
+{
+  const int live = int(FRoster.Live().size());
+  if (row >= 0 && row < live)
+    return &FRoster.Live()[size_t(row)];
+  const int lost = row - live - 1;
+  if (lost >= 0 && lost < int(FRoster.Lost().size()))
+    return &FRoster.Lost()[size_t(lost)];
+  return nullptr;
+}
+
+QVariant TRosterModel::data(const QModelIndex& index, int role) const
+{
+  if (!index.isValid())
+    return {};
+  const TRosterEntry* entry = EntryAt(index.row());
+  if (!entry) {
+    if (role == Qt::DisplayRole && index.column() == TRoster::rcID)
+      return QStringLiteral("Lost contact (%1)").arg(FRoster.Lost().size());
+    if (role == Qt::FontRole) {
+      QFont bold;
+      bold.setBold(true);
+      return bold;
+    }
+    return {};
+  }
+  switch (role) {
+  case Qt::DisplayRole:
+    switch (index.column()) {
+    case TRoster::rcID: return entry->ID;
+    case TRoster::rcName: return entry->Name;
+    case TRoster::rcStatus: return entry->Lost ? entry->Status + QStringLiteral(" (lost)") : entry->Status;
+    case TRoster::rcLocation: return entry->Location;
+    case TRoster::rcFixStatus: return entry->FixStatus;
+    case TRoster::rcLastReport: {
+      const qint64 seconds = entry->LastReport.isValid() ? std::max<qint64>(0, entry->LastReport.secsTo(FRoster.Now())) : 0;
+      if (entry->Lost)
+        return QStringLiteral("%1 (%2 s ago)").arg(entry->LastReport.time().toString(QStringLiteral("HH:mm:ss"))).arg(seconds);
+      return QStringLiteral("%1 s").arg(seconds);
+    }
+    default: return {};
+    }
+  case Qt::DecorationRole:
+    if (index.column() == TRoster::rcImage) {
+      const QString key = (entry->Lost ? LostPrefix : QString()) + entry->Status;
+      auto it = const_cast<QHash<QString, QImage>&>(FImages).find(key);
+      if (it == FImages.end()) {
+        const QImage image = LiveImages().Image(StatusLook(entry->Status).OtherImage).scaled(
+          20, 23, Qt::KeepAspectRatio, Qt::SmoothTransformation);
+        it = const_cast<QHash<QString, QImage>&>(FImages).insert(key, entry->Lost ? GreyImage(image) : image);
+      }
+      return it.value();
+    }
+    return {};
+  case Qt::ForegroundRole:
+    if (entry->Lost)
+      return QColor(0x80, 0x80, 0x80);
+    if (TRoster::IsAlarm(entry->Status) && index.column() == TRoster::rcStatus)
+      return QColor(0xD0, 0x00, 0x00);
+    return {};
+  case Qt::ToolTipRole:
+    if (index.column() == TRoster::rcName || index.column() == TRoster::rcLocation)
+      return index.data(Qt::DisplayRole);
+    return {};
+  case Qt::UserRole:
+    return entry->ID;
+  default:
+    return {};
+  }
+}
+
+QVariant TRosterModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+  if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+    return {};
+  static const char* const Captions[] = {"", "ID", "Name", "Status", "Location", "Fix", "Last report"};
+  return section >= 0 && section < TRoster::ColumnCount ? QString::fromLatin1(Captions[section]) : QString();
+}
+
+Qt::ItemFlags TRosterModel::flags(const QModelIndex& index) const
+{
+  if (!index.isValid())
+    return Qt::NoItemFlags;
+  return EntryAt(index.row()) ? Qt::ItemIsEnabled | Qt::ItemIsSelectable : Qt::ItemIsEnabled;
+}
+
+void TRosterModel::sort(int column, Qt::SortOrder order)
+{
+  FRoster.SetSortColumn(column, order);
+  Update();
+}
+
+QStringList TRosterModel::RowIDs() const
+{
+  QStringList ids;
+  ids.reserve(rowCount());
+  for (const TRosterEntry& entry : FRoster.Live())
+    ids << entry.ID;
+  if (!FRoster.Lost().empty())
+    ids << QString();
+  for (const TRosterEntry& entry : FRoster.Lost())
+    ids << LostPrefix + entry.ID;
+  return ids;
+}
+
+void TRosterModel::Update()
+{
+  QStringList ids = RowIDs();
+  if (ids == FShownIDs) {
+    if (!ids.isEmpty())
+      Q_EMIT dataChanged(index(0, 0), index(int(ids.size()) - 1, TRoster::ColumnCount - 1));
+    return;
+  }
+  beginResetModel();
+  FShownIDs = std::move(ids);
+  endResetModel();
+}
+
+int TRosterModel::RowOf(const QString& id) const
+{
+  return int(FShownIDs.indexOf(id));
+}
+
+// ---------------------------------------------------------------------------
+// TRosterPanel
+
+TRosterPanel::TRosterPanel(TvxCustomMapControl* map, TvxMapItemLayer* live, QWidget* parent)
+  : QFrame(parent), FMap(map), FLive(live), FModel(std::make_unique<TRosterModel>(FRoster))
+{
+  setObjectName(QStringLiteral("pnlRoster"));
+  setMinimumWidth(260);
+  auto* root = new QVBoxLayout(this);
+  root->setContentsMargins(4, 4, 4, 4);
+  root->setSpacing(4);
+
+  lblCounts = new QLabel(this);
+  lblCounts->setObjectName(QStringLiteral("lblCounts"));
+  lblCounts->setTextFormat(Qt::RichText);
+  lblCounts->setWordWrap(true);
+  root->addWidget(lblCounts);
+
+  edtFilter = new QLineEdit(this);
+  edtFilter->setObjectName(QStringLiteral("edtFilter"));
+  edtFilter->setPlaceholderText(QStringLiteral("Filter by ID or name"));
+  edtFilter->setClearButtonEnabled(true);
+  root->addWidget(edtFilter);
+
+  auto* buttons = new QHBoxLayout;
+  btnNextAlarm = new QPushButton(QStringLiteral("Next alarm (F8)"), this);
+  btnNextAlarm->setObjectName(QStringLiteral("btnNextAlarm"));
+  btnZoomAll = new QPushButton(QStringLiteral("Zoom to everyone"), this);
+  btnZoomAll->setObjectName(QStringLiteral("btnZoomAll"));
+  buttons->addWidget(btnNextAlarm);
+  buttons->addWidget(btnZoomAll);
+  root->addLayout(buttons);
+  cbNames = new QCheckBox(QStringLiteral("Names on map"), this);
+  cbNames->setObjectName(QStringLiteral("cbNames"));
+  root->addWidget(cbNames);
+
+  tvRoster = new QTableView(this);
+  tvRoster->setObjectName(QStringLiteral("tvRoster"));
+  tvRoster->setModel(FModel.get());
+  tvRoster->setSelectionBehavior(QAbstractItemView::SelectRows);
+  tvRoster->setSelectionMode(QAbstractItemView::SingleSelection);
+  tvRoster->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  tvRoster->verticalHeader()->hide();
+  tvRoster->verticalHeader()->setDefaultSectionSize(24);
+  tvRoster->setIconSize(QSize(20, 23));
+  tvRoster->setTextElideMode(Qt::ElideRight);
+  tvRoster->setWordWrap(false);
+  tvRoster->setSortingEnabled(true);
+  tvRoster->sortByColumn(TRoster::rcID, Qt::AscendingOrder);
+  QHeaderView* header = tvRoster->horizontalHeader();
+  header->setStretchLastSection(true);
+  header->setSectionResizeMode(QHeaderView::Interactive);
+  header->resizeSection(TRoster::rcImage, 28);
+  header->resizeSection(TRoster::rcID, 60);
+  header->resizeSection(TRoster::rcName, 90);
+  header->resizeSection(TRoster::rcStatus, 70);
+  header->resizeSection(TRoster::rcLocation, 120);
+  header->resizeSection(TRoster::rcFixStatus, 70);
+  root->addWidget(tvRoster, 1);
+
+  btnDismiss = new QPushButton(QStringLiteral("Dismiss lost contact"), this);
+  btnDismiss->setObjectName(QStringLiteral("btnDismiss"));
+  btnDismiss->setEnabled(false);
+  root->addWidget(btnDismiss, 0, Qt::AlignRight);
+
+  connect(edtFilter, &QLineEdit::textChanged, this, [this](const QString& text) {
+    FRoster.SetFilter(text);
+    FModel->Update();
+    SetSelectedID(FSelectedID);
+  });
+  connect(btnNextAlarm, &QPushButton::clicked, this, [this] { NextAlarm(FSelectedID); });
+  connect(btnZoomAll, &QPushButton::clicked, this, [this] { ZoomToEveryone(); });
+  connect(cbNames, &QCheckBox::toggled, this, [this](bool on) { SetNamesOnMap(on); });
+  connect(tvRoster, &QTableView::clicked, this, [this](const QModelIndex& index) { RowClicked(index.row(), false); });
+  connect(tvRoster, &QTableView::doubleClicked, this,
+          [this](const QModelIndex& index) { RowClicked(index.row(), true); });
+  connect(tvRoster->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] { UpdateDismissButton(); });
+  connect(btnDismiss, &QPushButton::clicked, this, [this] {
+    const QModelIndexList rows = tvRoster->selectionModel()->selectedRows();
+    if (const TRosterEntry* entry = rows.isEmpty() ? nullptr : FModel->EntryAt(rows.first().row()); entry && entry->Lost)
+      Dismiss(entry->ID);
+  });
+  FRefreshTimer.setSingleShot(true);
+  connect(&FRefreshTimer, &QTimer::timeout, this, [this] { Refresh(); });
+  FGhost = new QLabel(FMap);
+  FGhost->setObjectName(QStringLiteral("lblGhost"));
+  FGhost->hide();
+  FMap->installEventFilter(this);
+  UpdateHeader();
+}
+
+TRosterPanel::~TRosterPanel()
+{
+  // The view lets go of the model before the model goes.
+  tvRoster->setModel(nullptr);
+}
+
+void TRosterPanel::RequestRefresh()
+{
+  if (!FSinceRefresh.isValid() || FSinceRefresh.elapsed() >= MinRefreshIntervalMs)
+    Refresh();
+  else if (!FRefreshTimer.isActive())
+    FRefreshTimer.start(int(MinRefreshIntervalMs - FSinceRefresh.elapsed()));
+}
+
+void TRosterPanel::Refresh()
+{
+  FRefreshTimer.stop();
+  FSinceRefresh.start();
+  FRoster.Refresh(*FLive, Clock::Now());
+  if (!FGhostID.isEmpty() && !FRoster.FindLost(FGhostID))
+    HideGhost();
+  if (cbNames->isChecked())
+    SetNamesOnMap(true);
+  FModel->Update();
+  SetSelectedID(FSelectedID);
+  UpdateHeader();
+}
+
+void TRosterPanel::UpdateHeader()
+{
+  QString text = FRoster.CountsText().toHtmlEscaped();
+  if (const int alarms = FRoster.AlarmCount(); alarms > 0)
+    text = QStringLiteral("<span style=\"color:#D00000; font-weight:bold\">%1 in alarm</span><br>%2")
+             .arg(alarms)
+             .arg(text);
+  lblCounts->setText(text);
+  btnNextAlarm->setEnabled(FRoster.AlarmCount() > 0);
+}
+
+void TRosterPanel::UpdateDismissButton()
+{
+  const QModelIndexList rows = tvRoster->selectionModel()->selectedRows();
+  const TRosterEntry* entry = rows.isEmpty() ? nullptr : FModel->EntryAt(rows.first().row());
+  btnDismiss->setEnabled(entry && entry->Lost);
+}
+
+void TRosterPanel::SetSelectedID(const QString& id)
+{
+  FSelectedID = id;
+  const int row = FModel->RowOf(id);
+  FSyncing = true;
+  if (row < 0)
+    tvRoster->selectionModel()->clearSelection();
+  else if (tvRoster->currentIndex().row() != row || !tvRoster->selectionModel()->isRowSelected(row, {}))
+    tvRoster->selectRow(row);
+  FSyncing = false;
+}
+
+TvxMapPushpin* TRosterPanel::LivePin(const QString& id) const
+{
+  const TvxMapItems& items = FLive->MapItems();
+  for (int i = 0; i < items.Count(); ++i) {
+    auto* pin = dynamic_cast<TvxMapPushpin*>(items.Items(i));
+    if (pin && pin->Attributes().ContainsName(KeyLastUpdate) && Text(pin->Attributes(), KeyID) == id)
+      return pin;
+  }
+  return nullptr;
+}
+
+void TRosterPanel::SelectPerson(const QString& id, bool centre)
+{
+  TvxMapPushpin* pin = LivePin(id);
+  if (!pin)
+    return;
+  FSelectedID = id;
+  FMap->Select(pin, Qt::NoModifier, false);
+  if (centre)
+    FMap->SetCenterPoint(pin->Location().GeoPoint());
+}
+
+void TRosterPanel::RowClicked(int row, bool doubleClick)
+{
+  if (FSyncing)
+    return;
+  const TRosterEntry* entry = FModel->EntryAt(row);
+  if (!entry)
+    return;
+  if (entry->Lost)
+    ShowLost(entry->ID);
+  else
+    SelectPerson(entry->ID, doubleClick);
+}
+
+void TRosterPanel::NextAlarm(const QString& currentID)
+{
+  const QString id = FRoster.NextAlarmID(currentID);
+  if (id.isEmpty())
+    return;
+  SelectPerson(id, true);
+  SetSelectedID(id);
+}
+
+void TRosterPanel::ZoomToEveryone()
+{
+  if (FLive->MapItems().Count() > 0)
+    FMap->ZoomToFitLayerItems({FLive}, 0.15);
+}
+
+bool TRosterPanel::NamesOnMap() const
+{
+  return cbNames->isChecked();
+}
+
+void TRosterPanel::SetNamesOnMap(bool on)
+{
+  if (cbNames->isChecked() != on) {
+    cbNames->setChecked(on); // comes back here through the toggle
+    return;
+  }
+  const TvxMapItems& items = FLive->MapItems();
+  for (int i = 0; i < items.Count(); ++i) {
+    auto* pin = dynamic_cast<TvxMapPushpin*>(items.Items(i));
+    if (!pin || !pin->Attributes().ContainsName(KeyLastUpdate))
+      continue;
+    TvxMapItemTitleOptions& title = pin->TitleOptions();
+    const QString pattern =
+      !on ? QString() : Text(pin->Attributes(), KeyName).isEmpty() ? QStringLiteral("{ID}") : QStringLiteral("{NAME}");
+    if (title.Text() != pattern)
+      title.SetText(pattern);
+    const TvxMapItemTitleVisibility visibility = on ? mitvVisible : mitvAuto;
+    if (title.Visibility() != visibility)
+      title.SetVisibility(visibility);
+  }
+}
+
+void TRosterPanel::ShowLost(const QString& id)
+{
+  const TRosterEntry* entry = FRoster.FindLost(id);
+  if (!entry || !FGhost)
+    return;
+  const QImage image = GreyImage(LiveImages().Image(StatusLook(entry->Status).OtherImage));
+  FGhost->setPixmap(QPixmap::fromImage(image));
+  FGhost->resize(image.size());
+  FGhost->setToolTip(QStringLiteral("Last seen: %1 %2 at %3")
+                       .arg(entry->ID, entry->Name, entry->LastReport.time().toString(QStringLiteral("HH:mm:ss"))));
+  FGhostID = id;
+  FGhostPoint = TvxMapControlGeoPoint::Create(entry->Latitude, entry->Longitude);
+  FMap->SetCenterPoint(FGhostPoint);
+  FGhost->show();
+  FGhost->raise();
+  PlaceGhost();
+}
+
+void TRosterPanel::PlaceGhost()
+{
+  if (!FGhost || FGhostID.isEmpty())
+    return;
+  // Centred on the point, as the live pins are.
+  const TvxPointDouble at = FLive->GeoPointToScreenPoint(FGhostPoint);
+  const QPoint topLeft(qRound(at.X) - FGhost->width() / 2, qRound(at.Y) - FGhost->height() / 2);
+  if (FGhost->pos() != topLeft)
+    FGhost->move(topLeft);
+}
+
+bool TRosterPanel::eventFilter(QObject* watched, QEvent* event)
+{
+  if (watched == FMap && (event->type() == QEvent::Paint || event->type() == QEvent::Resize))
+    PlaceGhost();
+  return QFrame::eventFilter(watched, event);
+}
+
+void TRosterPanel::HideGhost()
+{
+  FGhostID.clear();
+  if (FGhost)
+    FGhost->hide();
+}
+
+void TRosterPanel::Dismiss(const QString& id)
+{
+  if (FGhostID == id)
+    HideGhost();
+  FRoster.Dismiss(id);
+  FModel->Update();
+  SetSelectedID(FSelectedID);
+  UpdateHeader();
+  UpdateDismissButton();
+}
