@@ -9,11 +9,13 @@
 #include "TestRegistry.h"
 #include "vxMapControl.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTableView>
+#include <QTimer>
 #include <QToolButton>
 
 namespace
@@ -191,6 +193,32 @@ private Q_SLOTS:
     QVERIFY(!roster.Ghost()->isVisible());
     QVERIFY(!roster.Roster().FindLost(QStringLiteral("B")));
     QVERIFY(roster.Roster().FindLost(QStringLiteral("A")));
+  }
+
+  // A frame whose message box holds the feed: the notice shows on the top
+  // strip while the box, owned by the main window, is open.
+  void pausedNotice()
+  {
+    TLoopbackParent parent;
+    auto form = Open(QStringLiteral("RunTime"), Site + QStringLiteral("TCPPort=%1\n").arg(parent.Port()));
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+    Dialogs::Set(nullptr); // the boxes on screen
+    bool shownWhileOpen = false;
+    QWidget* owner = nullptr;
+    QTimer::singleShot(300, this, [&] {
+      shownWhileOpen = form->lblPaused->isVisible();
+      if (QWidget* box = QApplication::activeModalWidget()) {
+        owner = box->parentWidget();
+        box->close();
+      }
+    });
+    parent.Send("<KestrelMapData><LiveMarkers><M ID=\"X\" LAT=\"north\" LON=\"1\" FIXRADIUS=\"1\"/>"
+                "</LiveMarkers></KestrelMapData>\r");
+    QTRY_VERIFY_WITH_TIMEOUT(owner != nullptr, 3000);
+    QVERIFY(shownWhileOpen);
+    QCOMPARE(owner, form.get());
+    QTRY_VERIFY(!form->lblPaused->isVisible());
   }
 
   // Names on the map through the item titles; the roster's switch and its
