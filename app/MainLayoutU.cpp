@@ -325,7 +325,7 @@ void BuildMainLayout(TfrmMain& form)
   form.qxSplitter1->setStretchFactor(0, 0);
   form.qxSplitter1->setStretchFactor(1, 1);
   form.qxSplitter1->setStretchFactor(2, 0);
-  form.qxSplitter1->setSizes({177, 1109 - 177 - 5, 340});
+  form.qxSplitter1->setSizes({177, 1109 - 177 - 5, 360});
 
   form.StatusBar = Named(new QStatusBar(self), "StatusBar");
   form.StatusBar->setFixedHeight(20);

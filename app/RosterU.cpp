@@ -425,9 +425,9 @@ TRosterPanel::TRosterPanel(TvxCustomMapControl* map, TvxMapItemLayer* live, QWid
   header->setStretchLastSection(true);
   header->setSectionResizeMode(QHeaderView::Interactive);
   header->resizeSection(TRoster::rcImage, 28);
-  header->resizeSection(TRoster::rcID, 60);
-  header->resizeSection(TRoster::rcName, 90);
-  header->resizeSection(TRoster::rcStatus, 70);
+  header->resizeSection(TRoster::rcID, 58);
+  header->resizeSection(TRoster::rcName, 84);
+  header->resizeSection(TRoster::rcStatus, 100); // ROLLCALLACK whole
   header->resizeSection(TRoster::rcLocation, 120);
   header->resizeSection(TRoster::rcFixStatus, 70);
   root->addWidget(tvRoster, 1);

@@ -207,6 +207,24 @@ void TvxMapPointer::SetText(const QString& AValue)
   GeometryChanged();
 }
 
+bool TvxMapPointer::ShowsTitle() const
+{
+  return FText.isEmpty() && TitleOptions().Visibility() == mitvVisible && !TitleOptions().Text().isEmpty();
+}
+
+void TvxMapPointer::TitleOptionsChanged()
+{
+  TvxMapSinglePointItem::TitleOptionsChanged();
+  GeometryChanged();
+}
+
+void TvxMapPointer::AttributesChanged()
+{
+  TvxMapSinglePointItem::AttributesChanged();
+  if (ShowsTitle())
+    GeometryChanged();
+}
+
 void TvxMapPointer::GeometryChanged()
 {
   if (ViewInfo())
@@ -458,10 +476,22 @@ void TvxMapPointerViewInfo::DoPaint(TvxMapControlPainter& APainter)
     FTextInfo->Paint(APainter);
 }
 
+QString TvxMapPointerViewInfo::GetText()
+{
+  const TvxMapPointer* Item = Pointer();
+  return Item->ShowsTitle() ? vxParseTextPattern(Item->TitleOptions().Text(), Item->Attributes()) : Item->Text();
+}
+
 // TvxMapPushpinViewInfo
 
 QPoint TvxMapPushpinViewInfo::DoCalculateTextOffset()
 {
+  // A title goes centred below the pin.
+  if (Pointer()->ShowsTitle())
+  {
+    const QRect& Client = FTextInfo->ClientBounds();
+    return {FRelativeImageRect.center().x() - Client.width() / 2 - Client.x(), FRelativeImageRect.bottom() + 1 - Client.y()};
+  }
   // Centred on the text origin inside the pin's head.
   const QPoint Origin = FRelativeImageRect.topLeft() + Painter().MapControlGetMapPushpinTextOrigin(ScaleFactor());
   const QRect& Client = FTextInfo->ClientBounds();

@@ -80,6 +80,10 @@ public:
   void SetImageVisible(bool AValue);
   const QString& Text() const { return FText; }
   void SetText(const QString& AValue);
+  // A pointer has no title, unless it has no text of its own and its own
+  // title options are set visible with a pattern: then the pattern, read
+  // against its attributes, shows below its image.
+  bool ShowsTitle() const;
 
   TvxMapPointerViewInfo* PointerViewInfo() const;
   void ChangeScale(int AM, int AD) override;
@@ -91,6 +95,9 @@ protected:
   virtual void ImageChanged();
   // Text, origin and visibility move the geometry but keep the image cache.
   void GeometryChanged();
+  // A shown title is text of the geometry too.
+  void TitleOptionsChanged() override;
+  void AttributesChanged() override;
 
 private:
   QImage FImage;
@@ -191,7 +198,7 @@ public:
     FCachedImage = QPixmap();
   }
 
-  QString GetText() override { return Pointer()->Text(); }
+  QString GetText() override;
   bool HasTitle() const override { return false; }
 
 protected:

@@ -8,6 +8,8 @@
 #include "ShellFixtures.h"
 #include "TestRegistry.h"
 #include "vxMapControl.h"
+#include "vxMapItem.h"
+#include "vxMapPointItems.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -234,6 +236,10 @@ private Q_SLOTS:
       QCOMPARE(nora->TitleOptions().Text(), QStringLiteral("{NAME}"));
       QCOMPARE(nora->TitleOptions().Visibility(), mitvVisible);
       QCOMPARE(unnamed->TitleOptions().Text(), QStringLiteral("{ID}"));
+      form->Map->repaint();
+      const QRect name = nora->ViewInfo()->GetTitle()->Bounds();
+      QVERIFY(!name.isEmpty());
+      QVERIFY(name.top() > nora->PointerViewInfo()->ImageRect().bottom());
       // Newcomers get theirs at the next round.
       Feed(*form, Frame(Report("N3", "Ola", "ON", 41.3135, -80.3385)));
       QCOMPARE(form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("N3"))->TitleOptions().Text(),

@@ -124,6 +124,26 @@ private Q_SLOTS:
       QVERIFY((TextBounds(Pin).center() - (R.topLeft() + QPoint(17, 17))).manhattanLength() <= 2);
     }
 
+    // With no text and its own title set visible, the title pattern shows
+    // centred below the pin and follows the attributes; the text wins.
+    Pin->SetText(QString());
+    Pin->SetImageOrigin({0.5, 0.5});
+    Pin->Attributes().Add(QStringLiteral("NAME"), QStringLiteral("Alex Morgan"));
+    Pin->TitleOptions().SetText(QStringLiteral("{NAME}"));
+    QVERIFY(TextBounds(Pin).isEmpty());
+    Pin->TitleOptions().SetVisibility(mitvVisible);
+    const QRect Head = Pin->PointerViewInfo()->ImageRect();
+    QRect Title = TextBounds(Pin);
+    QCOMPARE(Title.top(), Head.bottom() + 1);
+    QVERIFY(std::abs(Title.center().x() - Head.center().x()) <= 1);
+    const int Wide = Title.width();
+    Pin->Attributes().Add(QStringLiteral("NAME"), QStringLiteral("Al"));
+    QVERIFY(TextBounds(Pin).width() < Wide);
+    QVERIFY(Pin->ViewInfo()->Bounds().contains(TextBounds(Pin)));
+    Pin->SetText(QStringLiteral("7"));
+    QVERIFY((TextBounds(Pin).center() - (Head.topLeft() + QPoint(17, 17))).manhattanLength() <= 2);
+    Pin->TitleOptions().SetVisibility(mitvAuto);
+
     // An image is centred by default and the text starts at its top-right.
     auto* Pointer = AddAt<TvxMapPointer>(Map, P);
     Pointer->SetImage(MarkerImage(20, Qt::blue).copy(0, 0, 20, 10));
