@@ -1,9 +1,11 @@
 #include "BaseMapsU.h"
 
 #include "ArcGISMapProviderU.h"
+#include "GlobalsU.h"
 #include "IniFileU.h"
 #include "InternetProbeU.h"
 #include "vxAzureMapImageryDataProvider.h"
+#include "vxMBTilesImageryDataProvider.h"
 #include "vxMapControlOpenStreetMapImageryDataProvider.h"
 #include "vxMapImageTileLayer.h"
 
@@ -11,6 +13,7 @@
 #include <QActionGroup>
 #include <QDir>
 #include <QDirIterator>
+#include <QFileInfo>
 #include <QLabel>
 #include <QMenu>
 #include <QRegularExpression>
@@ -18,6 +21,8 @@
 namespace
 {
 const QString PublicOpenStreetMapUrl = QStringLiteral("https://[subdomain].tile.openstreetmap.org/[z]/[x]/[y].png");
+const QString MBTilesScheme = QStringLiteral("mbtiles:");
+const QString OpenStreetMapAttribution = QStringLiteral("© OpenStreetMap contributors");
 const QStringList OpenStreetMapSubdomains = {QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")};
 
 // The Azure rows are looked up this far past their entries (see
@@ -47,6 +52,29 @@ QString ServerValue(const TIniFile& ini, const char* key, bool host)
     while (value.endsWith(QLatin1Char('/')))
       value.chop(1);
   return value;
+}
+
+bool IsMBTilesValue(const TIniFile& ini, const char* key)
+{
+  return ini.ReadString(QStringLiteral("Servers"), QLatin1String(key), QString())
+    .startsWith(MBTilesScheme, Qt::CaseInsensitive);
+}
+
+// "mbtiles:" and a file, as an absolute path; a relative one is taken from
+// the INI's folder, written with either slash. Empty when it names no file.
+QString MBTilesValue(const TIniFile& ini, const char* key)
+{
+  const QString value = ini.ReadString(QStringLiteral("Servers"), QLatin1String(key), QString());
+  QString path = value.mid(MBTilesScheme.size()).trimmed();
+  if (path.isEmpty())
+  {
+    qWarning("[Servers] %s ignored: \"%s\" names no file", key, qUtf8Printable(value));
+    return QString();
+  }
+  path.replace(QLatin1Char('\\'), QLatin1Char('/'));
+  if (QFileInfo(path).isRelative())
+    path = Globals::JoinPath(QFileInfo(ini.FileName()).absolutePath(), path);
+  return MBTilesScheme + QDir::cleanPath(path);
 }
 
 void Show(TvxMapImageTileLayer* layer, bool visible)
@@ -98,12 +126,18 @@ const std::array<TBaseMapRow, BaseMapCount>& BaseMapCatalogue()
 TServerSettings TServerSettings::Read(const TIniFile& ini)
 {
   TServerSettings settings;
-  settings.OpenStreetMapUrl = ServerValue(ini, "OpenStreetMapUrl", false);
+  settings.OpenStreetMapUrl = IsMBTilesValue(ini, "OpenStreetMapUrl") ? MBTilesValue(ini, "OpenStreetMapUrl")
+                                                                       : ServerValue(ini, "OpenStreetMapUrl", false);
   settings.ArcGISServer = ServerValue(ini, "ArcGISServer", true);
   settings.AzureMapsServer = ServerValue(ini, "AzureMapsServer", true);
   settings.ProbeUrl1 = ServerValue(ini, "ProbeUrl1", false);
   settings.ProbeUrl2 = ServerValue(ini, "ProbeUrl2", false);
   return settings;
+}
+
+QString TServerSettings::OpenStreetMapFile() const
+{
+  return OpenStreetMapUrl.startsWith(MBTilesScheme) ? OpenStreetMapUrl.mid(MBTilesScheme.size()) : QString();
 }
 
 QStringList TServerSettings::ProbeTargets() const
@@ -139,7 +173,13 @@ TBaseMaps::TBaseMaps(const TLayers& layers, QMenu* menu, QLabel* attribution1, Q
 
 void TBaseMaps::SetUpLayers(const TServerSettings& servers)
 {
-  if (TvxMapImageTileLayer* layer = FLayers.OpenStreetMap)
+  if (TvxMapImageTileLayer* layer = FLayers.OpenStreetMap; layer && !servers.OpenStreetMapFile().isEmpty())
+  {
+    // A broken file warns once and leaves the entry drawing nothing.
+    layer->SetProviderClass(vxImageTileProviderClass<TvxMBTilesImageryDataProvider>());
+    layer->ProviderAs<TvxMBTilesImageryDataProvider>()->SetFileName(servers.OpenStreetMapFile());
+  }
+  else if (layer)
   {
     layer->SetProviderClass(vxImageTileProviderClass<TvxMapControlOpenStreetMapImageryDataProvider>());
     auto* provider = layer->ProviderAs<TvxMapControlOpenStreetMapImageryDataProvider>();
@@ -297,6 +337,8 @@ void TBaseMaps::SetCachedBaseMapsOnly(const TBaseMapFlags& flags, const QString&
   {
     if (!flags[size_t(row)] || FindCachedFiles(cacheDir, catalogue[size_t(row)].CachePattern))
       continue;
+    if (row == bmOpenStreetMap && MBTilesProvider() && QFileInfo(MBTilesProvider()->FileName()).isFile())
+      continue;
     const int position = IsAzure(row) ? row + AzureLookupShift : row;
     Entry(position)->setVisible(false);
   }
@@ -362,7 +404,7 @@ void TBaseMaps::SetAttribution(TAttributionFamily family)
     FAttribution2->show();
     break;
   case TAttributionFamily::OpenStreetMap:
-    FAttribution1->setText(QStringLiteral("© OpenStreetMap contributors"));
+    FAttribution1->setText(MBTilesProvider() ? MBTilesProvider()->Attribution() : OpenStreetMapAttribution);
     FAttribution1->move(FAttribution1->x(), 13);
     FAttribution2->hide();
     break;
@@ -379,6 +421,17 @@ void TBaseMaps::SetAttribution(TAttributionFamily family)
 TArcGISMapProvider* TBaseMaps::ArcGISProvider() const
 {
   return FLayers.ArcGIS ? FLayers.ArcGIS->ProviderAs<TArcGISMapProvider>() : nullptr;
+}
+
+QString TBaseMaps::BaseMapFileProblem() const
+{
+  const TvxMBTilesImageryDataProvider* provider = MBTilesProvider();
+  return provider ? provider->LastError() : QString();
+}
+
+TvxMBTilesImageryDataProvider* TBaseMaps::MBTilesProvider() const
+{
+  return FLayers.OpenStreetMap ? FLayers.OpenStreetMap->ProviderAs<TvxMBTilesImageryDataProvider>() : nullptr;
 }
 
 TvxMapControlAzureMapImageryDataProvider* TBaseMaps::AzureProvider(TvxMapImageTileLayer* layer)

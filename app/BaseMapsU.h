@@ -18,6 +18,7 @@ class QMenu;
 class TIniFile;
 class TArcGISMapProvider;
 class TvxMapControlAzureMapImageryDataProvider;
+class TvxMBTilesImageryDataProvider;
 class TvxMapImageTileLayer;
 
 // Positions of the catalogue: the value of BaseMapIdx, the menu index and
@@ -52,13 +53,18 @@ using TBaseMapFlags = std::array<bool, BaseMapCount>;
 // the program reads the section and never writes it.
 struct TServerSettings
 {
-  QString OpenStreetMapUrl; // a URL template with [subdomain], [z], [x], [y]
+  // A URL template with [subdomain], [z], [x], [y]; or "mbtiles:" and the
+  // absolute path of a file of tiles that the OpenStreetMap entry draws
+  // from instead (the INI may give it relative to its own folder).
+  QString OpenStreetMapUrl;
   QString ArcGISServer;     // scheme and host in place of the public ArcGIS host
   QString AzureMapsServer;  // scheme and host in place of the public Azure Maps host
   QString ProbeUrl1;        // the internet probe's targets, in order
   QString ProbeUrl2;
 
   static TServerSettings Read(const TIniFile& ini);
+  // The file of an "mbtiles:" value, else empty.
+  QString OpenStreetMapFile() const;
   // The probe's targets: the configured ones if any, else the defaults.
   QStringList ProbeTargets() const;
 };
@@ -90,8 +96,8 @@ public:
   TBaseMaps(const TLayers& layers, QMenu* menu, QLabel* attribution1, QLabel* attribution2);
 
   // Gives the tile layers their providers, with the site's servers where
-  // set: OpenStreetMap's template and subdomains, the ArcGIS provider class,
-  // the Azure tile sets. Once, before BuildMenu.
+  // set: OpenStreetMap's template and subdomains, or its MBTiles file, the
+  // ArcGIS provider class, the Azure tile sets. Once, before BuildMenu.
   void SetUpLayers(const TServerSettings& servers);
 
   // Builds the menu from the catalogue and shows the start base map. Each
@@ -106,9 +112,10 @@ public:
   // `azureKey`; still without a key, only the check mark moves.
   void Click(QAction* entry, QString& azureKey, const std::function<QString()>& askKey);
 
-  // Hides the entries whose tiles are not in `cacheDir`. The Azure rows are
-  // looked up at positions 9 to 11 and throw EListError when that position
-  // is needed, as the design has it.
+  // Hides the entries whose tiles are not in `cacheDir`; an OpenStreetMap
+  // entry that draws from an MBTiles file stays while the file is there.
+  // The Azure rows are looked up at positions 9 to 11 and throw EListError
+  // when that position is needed, as the design has it.
   void SetCachedBaseMapsOnly(const TBaseMapFlags& flags, const QString& cacheDir);
 
   // Shows each entry as its flag says, undoing any offline hiding.
@@ -121,6 +128,10 @@ public:
   QString ArcGISFilePrefix() const;
   int ArcGISMaxZoom() const;
 
+  // Why the site's MBTiles file cannot be drawn from; empty when it can,
+  // or when the site gave none.
+  QString BaseMapFileProblem() const;
+
   // Position of the first checked entry, or -1.
   int CheckedIndex() const;
   // The first visible entry, or null.
@@ -130,6 +141,8 @@ public:
 
 private:
   TArcGISMapProvider* ArcGISProvider() const;
+  // The OpenStreetMap layer's file provider, when the site gave a file.
+  TvxMBTilesImageryDataProvider* MBTilesProvider() const;
   static TvxMapControlAzureMapImageryDataProvider* AzureProvider(TvxMapImageTileLayer* layer);
   void SetAzureKey(const QString& azureKey);
   // Shows the Azure base map at that position, with the key and attribution.

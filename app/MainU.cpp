@@ -1075,6 +1075,9 @@ void TfrmMain::SetBaseMapFlags(const TBaseMapFlags& flags)
 void TfrmMain::BuildBaseMapMenu()
 {
   FBaseMaps->SetUpLayers(*FServers);
+  // Beyond the design: a site's map file that cannot be used is said once.
+  if (const QString problem = FBaseMaps->BaseMapFileProblem(); !problem.isEmpty())
+    Dialogs::Get().ShowMessage(problem);
   BaseMapIdx = FBaseMaps->BuildMenu(BaseMapIdx, BaseMapFlags(*this), AzureMapsKey, Globals::CacheDir, [this](QAction* entry) {
     RunHandler([this, entry] { BaseMapClick(entry); });
   });

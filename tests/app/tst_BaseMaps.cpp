@@ -12,10 +12,13 @@
 #include "InternetProbeU.h"
 #include "TestRegistry.h"
 #include "vxAzureMapImageryDataProvider.h"
+#include "vxMBTilesImageryDataProvider.h"
 #include "vxMapControl.h"
 #include "vxMapControlOpenStreetMapImageryDataProvider.h"
 #include "vxMapImageTileLayer.h"
+#include "vxTestMBTiles.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -257,6 +260,62 @@ private Q_SLOTS:
                                 "ProbeUrl2=https://probe.local\n");
     QCOMPARE(Junk.ArcGISServer, QString());
     QCOMPARE(Junk.ProbeTargets(), QStringList({"https://probe.local"}));
+  }
+
+  // An MBTiles file behind the OpenStreetMap entry: named relative to the
+  // INI's folder with either slash, credited by the file (else by its
+  // name), offered offline while the file is there.
+  void SiteFile()
+  {
+    QTemporaryDir Dir, Cache;
+    QVERIFY(QDir(Dir.path()).mkdir("maps"));
+    const QString Site = Dir.filePath("maps/site.mbtiles");
+    {
+      QImage Tile(256, 256, QImage::Format_RGB32);
+      Tile.fill(Qt::darkGreen);
+      QByteArray Png;
+      QBuffer Buffer(&Png);
+      Buffer.open(QIODevice::WriteOnly);
+      Tile.save(&Buffer, "PNG");
+      TvxTestMBTiles File(Site);
+      File.SetMetadata("attribution", "<a href='https://example.org'>&copy; Example Site</a>");
+      QVERIFY2(File.AddTile(1, 0, 0, Png), qPrintable(File.Error()));
+    }
+    auto Read = [&Dir](const QByteArray& text) {
+      QFile File(Dir.filePath("Mapwright.ini"));
+      if (File.open(QIODevice::WriteOnly))
+        File.write(text);
+      File.close();
+      return TServerSettings::Read(TIniFile(File.fileName()));
+    };
+    const TServerSettings Settings = Read("[Servers]\nOpenStreetMapUrl=MBTiles: maps\\site.mbtiles\n");
+    QCOMPARE(Settings.OpenStreetMapFile(), Site);
+    QCOMPARE(Read("[Servers]\nOpenStreetMapUrl=mbtiles:" + Site.toUtf8() + "\n").OpenStreetMapFile(), Site);
+    QCOMPARE(Read("[Servers]\nOpenStreetMapUrl=http://tiles.local/[z]/[x]/[y].png\n").OpenStreetMapFile(), QString());
+    QTest::ignoreMessage(QtWarningMsg, "[Servers] OpenStreetMapUrl ignored: \"mbtiles:\" names no file");
+    QCOMPARE(Read("[Servers]\nOpenStreetMapUrl=mbtiles:\n").OpenStreetMapUrl, QString());
+
+    {
+      TForm Form(Settings);
+      QVERIFY(Form.Layers.OpenStreetMap->ProviderAs<TvxMBTilesImageryDataProvider>()->IsUsable());
+      Form.Build(bmWorldImagery, DefaultFlags, {}, Cache.path());
+      Form.Entry(bmOpenStreetMap)->trigger();
+      QCOMPARE(Form.Showing(), QStringLiteral("OSM | © Example Site@13"));
+      Form.BaseMaps.SetCachedBaseMapsOnly(DefaultFlags, Cache.path());
+      QCOMPARE(Form.Marks(), QStringLiteral("00000x000"));
+    }
+
+    // A file that is not there warns once, draws nothing, is credited by
+    // its name and is not offered offline.
+    QVERIFY(QFile::remove(Site));
+    QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^MBTiles file \".*/maps/site.mbtiles\" was not found$"));
+    TForm Missing(Settings);
+    Missing.Build(bmOpenStreetMap, DefaultFlags, {}, Cache.path());
+    QCOMPARE(Missing.Showing(), QStringLiteral("OSM | site.mbtiles@13"));
+    QVERIFY(!Missing.Layers.OpenStreetMap->Provider()->TileSource());
+    Missing.BaseMaps.SetCachedBaseMapsOnly(DefaultFlags, Cache.path());
+    QCOMPARE(Missing.Marks(), QStringLiteral("00000-000"));
+    QVERIFY(Missing.BaseMaps.BaseMapFileProblem().endsWith("was not found"));
   }
 
   // OK needs a key, Cancel gives none, and the edit keeps its text.

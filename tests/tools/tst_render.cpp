@@ -5,6 +5,7 @@
 #include "StatusImagesU.h"
 #include "vxMapControlKmlFileLoader.h"
 #include "vxMapControlShapeFileLoader.h"
+#include "vxTestMBTiles.h"
 #include "vxTestTileServer.h"
 
 #include <QDir>
@@ -161,6 +162,65 @@ private Q_SLOTS:
     QCOMPARE(vxRenderRun(LArgs, LErrors), 0);
     QCOMPARE(LErrors, QByteArray());
     QCOMPARE(QImage(Out(QStringLiteral("offline.png"))), LOnline);
+  }
+
+  // The tiles the server gave, put in an MBTiles file, draw the same
+  // picture, through --tiles and as a configuration's OpenStreetMap base
+  // map; a file that cannot serve exits 2 with what is wrong with it.
+  void TilesFromMBTilesFile()
+  {
+    TvxTestTileServer LServer;
+    QVERIFY(LServer.Start());
+    QByteArray LErrors;
+    QCOMPARE(vxRenderRun(View(Out(QStringLiteral("served.png"))) << QStringLiteral("--tiles") << LServer.UrlTemplate(),
+                         LErrors),
+             0);
+    QCOMPARE(LErrors, QByteArray());
+    const QString LSite = Out(QStringLiteral("mbtiles-site"));
+    const QString LFile = LSite + QStringLiteral("/Maps/tiles/site.mbtiles");
+    QVERIFY(QDir().mkpath(QFileInfo(LFile).path()));
+    {
+      TvxTestMBTiles LTiles(LFile);
+      for (const QString& LPath : LServer.Requests())
+      {
+        const QStringList LParts = QString(LPath).remove(QStringLiteral(".png")).split(QLatin1Char('/'), Qt::SkipEmptyParts);
+        QCOMPARE(LParts.size(), 3);
+        const int LZ = LParts[0].toInt(), LX = LParts[1].toInt(), LY = LParts[2].toInt();
+        QVERIFY2(LTiles.AddTile(LZ, LX, LY, LServer.TilePng(LZ, LX, LY)), qPrintable(LTiles.Error()));
+      }
+    }
+    LServer.Stop();
+    const QImage LServed(Out(QStringLiteral("served.png")));
+
+    QCOMPARE(vxRenderRun(View(Out(QStringLiteral("file.png"))) << QStringLiteral("--tiles")
+                                                                << QStringLiteral("mbtiles:") + LFile,
+                         LErrors),
+             0);
+    QCOMPARE(LErrors, QByteArray());
+    QCOMPARE(QImage(Out(QStringLiteral("file.png"))), LServed);
+
+    WriteFile(LSite + QStringLiteral("/Maps/Mapwright.ini"),
+              Startup(47.37, 8.54, QStringLiteral("StartZoom=5.5\r\nBaseMapIdx=5\r\n[Servers]\r\n"
+                                                  "OpenStreetMapUrl=mbtiles:tiles\\site.mbtiles")));
+    const QStringList LConfig = {QStringLiteral("--size"), QStringLiteral("512x384"), QStringLiteral("--out"),
+                                 Out(QStringLiteral("config.png")), QStringLiteral("--no-navigation"),
+                                 QStringLiteral("--config"), LSite};
+    QCOMPARE(vxRenderRun(LConfig, LErrors), 0);
+    QCOMPARE(LErrors, QByteArray());
+    QCOMPARE(QImage(Out(QStringLiteral("config.png"))), LServed);
+
+    QVERIFY(QFile::remove(LFile));
+    for (const QStringList& LArgs :
+         {View(Out(QStringLiteral("gone.png"))) << QStringLiteral("--tiles") << QStringLiteral("mbtiles:") + LFile,
+          LConfig})
+    {
+      const QString LMessage = QStringLiteral("MBTiles file \"%1\" was not found").arg(LFile);
+      QTest::ignoreMessage(QtWarningMsg, qPrintable(LMessage));
+      LErrors.clear();
+      QCOMPARE(vxRenderRun(LArgs, LErrors), 2);
+      QCOMPARE(LErrors, "mapwright-render: " + LMessage.toUtf8() + '\n');
+    }
+    QVERIFY(!QFile::exists(Out(QStringLiteral("gone.png"))));
   }
 
   // Failed tiles end the wait; what did come is written.
@@ -439,6 +499,7 @@ private Q_SLOTS:
       {LConfig(LBrokenCustom), "mapwright-render: Error Reading Custom Markers: Node \"KestrelCustomMarkerInfo\""},
       {View(LOut) << QStringLiteral("--zoom") << QStringLiteral("25"), "bad value \"25\" for --zoom"},
       {View(LOut) << QStringLiteral("--tiles") << QStringLiteral("ftp://x/[z]/[x]/[y]"), "for --tiles"},
+      {View(LOut) << QStringLiteral("--tiles") << QStringLiteral("mbtiles:"), "for --tiles"},
       {View(LOut) << QStringLiteral("--layer") << QStringLiteral("a.kml:fill=red"), "bad layer option \"fill=red\""},
       {View(LOut) << QStringLiteral("--layer") << FDir.filePath(QStringLiteral("missing.kml")), "missing.kml\":"},
       {View(LOut) << QStringLiteral("--frobnicate"), "unknown argument"},

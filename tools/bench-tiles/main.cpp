@@ -4,15 +4,22 @@
 // 2 and with 30 connections. The baseline decodes the same tiles' PNG bytes
 // on one core, so each ratio is the pipeline's cost over bare decoding.
 //
-//   mapwright-bench-tiles [--rounds N] [--zoom Z] [--delay MS]
+// With --mbtiles the view, at level 3 unless told otherwise, is filled from
+// an MBTiles file by one worker and by the provider's default count, against
+// the same baseline.
+//
+//   mapwright-bench-tiles [--rounds N] [--zoom Z] [--delay MS] [--mbtiles]
 
 #include "BenchStats.h"
+#include "vxMBTilesImageryDataProvider.h"
 #include "vxMapControl.h"
 #include "vxMapControlOpenStreetMapImageryDataProvider.h"
 #include "vxMapImageTileLayer.h"
+#include "vxTestMBTiles.h"
 #include "vxTestTileServer.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QEventLoop>
@@ -22,6 +29,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <vector>
 
 namespace
@@ -58,9 +66,17 @@ struct TLoad
   bool Ready = false;
 };
 
-// One fresh widget and provider; milliseconds from the layout until the
-// layer is ready, or the cap.
-TLoad LoadView(int AZoom)
+void ServerLayer(TvxMapImageTileLayer& ALayer)
+{
+  ALayer.SetProviderClass(vxImageTileProviderClass<TBenchTileProvider>());
+  ALayer.Provider()->SetMaxParallelConnectionCount(GSetup.Connections);
+}
+
+// One fresh widget whose tile layer ASetUp gives its provider; milliseconds
+// from the layout until the layer is ready, or the cap. AHeld, if given,
+// receives the tiles the layer holds then.
+TLoad LoadView(int AZoom, const std::function<void(TvxMapImageTileLayer&)>& ASetUp = ServerLayer,
+               QList<TvxMapControlTileIndex>* AHeld = nullptr)
 {
   TvxMapControl Map;
   Map.OptionsBehavior().SetAnimation(false);
@@ -68,8 +84,7 @@ TLoad LoadView(int AZoom)
   Map.resize(ViewSize);
   Map.BeginUpdate();
   auto* Layer = Map.AddLayer<TvxMapImageTileLayer>();
-  Layer->SetProviderClass(vxImageTileProviderClass<TBenchTileProvider>());
-  Layer->Provider()->SetMaxParallelConnectionCount(GSetup.Connections);
+  ASetUp(*Layer);
   Map.SetCenterPoint(City);
   Map.SetZoomLevel(AZoom);
 
@@ -82,7 +97,10 @@ TLoad LoadView(int AZoom)
   Map.EndUpdate();
   while (!Layer->IsReady() && Timer.elapsed() < ReadyCapMs)
     QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-  return {Timer.nsecsElapsed() / 1e6, Layer->IsReady()};
+  const TLoad Result{Timer.nsecsElapsed() / 1e6, Layer->IsReady()};
+  if (AHeld && Layer->Provider()->TileSource())
+    *AHeld = Layer->Provider()->TileSource()->Storage().Indexes();
+  return Result;
 }
 
 // Milliseconds to decode every tile once, on this thread.
@@ -119,6 +137,82 @@ struct TSeries
     NotReady += ALoad.Ready ? 0 : 1;
   }
 };
+
+QByteArray TilePng(int AZoom, int AX, int AY)
+{
+  QByteArray Png;
+  QBuffer Buffer(&Png);
+  Buffer.open(QIODevice::WriteOnly);
+  TvxTestTileServer::TileImage(AZoom, AX, AY).save(&Buffer, "PNG");
+  return Png;
+}
+
+// The view filled from an MBTiles file of the test server's tiles, every
+// level down to one below the view's, beside decoding the tiles the view
+// held on one core.
+int RunMBTiles(int ARounds, int AZoom)
+{
+  QTemporaryDir Root;
+  const QString FileName = Root.filePath(QStringLiteral("bench.mbtiles"));
+  QHash<TvxMapControlTileIndex, QByteArray> Pngs;
+  {
+    TvxTestMBTiles File(FileName);
+    File.SetMetadata(QStringLiteral("format"), QStringLiteral("png"));
+    File.SetMetadata(QStringLiteral("minzoom"), QStringLiteral("1"));
+    File.SetMetadata(QStringLiteral("maxzoom"), QString::number(AZoom + 1));
+    for (int Z = 1; Z <= AZoom + 1; ++Z)
+      for (int X = 0; X < 1 << Z; ++X)
+        for (int Y = 0; Y < 1 << Z; ++Y)
+        {
+          const QByteArray& Png = Pngs[{X, Y, Z}] = TilePng(Z, X, Y);
+          if (!File.AddTile(Z, X, Y, Png))
+          {
+            std::fprintf(stderr, "cannot write %s: %s\n", qPrintable(FileName), qPrintable(File.Error()));
+            return 1;
+          }
+        }
+  }
+  const int Default = TvxMBTilesImageryDataProvider(nullptr).GetDefaultMaxParallelConnectionCount();
+  const auto FileLayer = [&FileName](int AWorkers) {
+    return [&FileName, AWorkers](TvxMapImageTileLayer& ALayer) {
+      ALayer.SetProviderClass(vxImageTileProviderClass<TvxMBTilesImageryDataProvider>());
+      ALayer.ProviderAs<TvxMBTilesImageryDataProvider>()->SetFileName(FileName);
+      ALayer.Provider()->SetMaxParallelConnectionCount(AWorkers);
+    };
+  };
+
+  QList<TvxMapControlTileIndex> Held;
+  if (!LoadView(AZoom, FileLayer(Default), &Held).Ready || Held.isEmpty())
+  {
+    std::fprintf(stderr, "the warm-up view never got ready\n");
+    return 1;
+  }
+  std::vector<QByteArray> Tiles;
+  for (const TvxMapControlTileIndex& Index : std::as_const(Held))
+    Tiles.push_back(Pngs.value(Index));
+
+  TSeries One("MBTiles, 1 worker");
+  const QByteArray ManyName = QStringLiteral("MBTiles, %1 workers").arg(Default).toUtf8();
+  TSeries Many(ManyName.constData());
+  std::vector<double> Decode;
+  for (int Round = 0; Round < ARounds; ++Round)
+  {
+    One.Add(LoadView(AZoom, FileLayer(1)));
+    Many.Add(LoadView(AZoom, FileLayer(Default)));
+    Decode.push_back(DecodeRound(Tiles));
+  }
+
+  const double Baseline = Median(Decode);
+  std::printf("map widget %dx%d at level %d from an MBTiles file of %lld tiles (levels 1-%d): %zu tiles of "
+              "256 px in view, %d rounds\n",
+              ViewSize.width(), ViewSize.height(), AZoom, qlonglong(Pngs.size()), AZoom + 1, Tiles.size(), ARounds);
+  std::printf("%-26s %10s %7s %10s\n", "until the layer is ready", "median ms", "ratio", "not ready");
+  for (const TSeries* Series : {&One, &Many})
+    std::printf("%-26s %10.2f %7.2f %10d\n", Series->Name, Median(Series->Ms),
+                Baseline > 0 ? Median(Series->Ms) / Baseline : 0.0, Series->NotReady);
+  std::printf("%-26s %10.2f %7.2f\n", "decode only, one core", Baseline, 1.0);
+  return 0;
+}
 } // namespace
 
 int main(int argc, char** argv)
@@ -130,8 +224,11 @@ int main(int argc, char** argv)
   Parser.addOption({"rounds", "Rounds of each measurement (default 5).", "N", "5"});
   Parser.addOption({"zoom", "Zoom level of the view (default 12).", "Z", "12"});
   Parser.addOption({"delay", "Milliseconds the server holds each tile (default 50).", "MS", "50"});
+  Parser.addOption({"mbtiles", "Fill the view from an MBTiles file instead (level 3 unless --zoom, at most 5)."});
   Parser.process(App);
   const int Rounds = std::max(1, Parser.value("rounds").toInt());
+  if (Parser.isSet("mbtiles"))
+    return RunMBTiles(Rounds, Parser.isSet("zoom") ? std::clamp(Parser.value("zoom").toInt(), 1, 5) : 3);
   const int Zoom = std::clamp(Parser.value("zoom").toInt(), 1, 19);
   const int Delay = std::max(0, Parser.value("delay").toInt());
 

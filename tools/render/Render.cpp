@@ -12,6 +12,7 @@
 #include "LayerCatalogU.h"
 #include "vxMapControlKmlFileLoader.h"
 #include "vxAzureMapImageryDataProvider.h"
+#include "vxMBTilesImageryDataProvider.h"
 #include "vxMapItemLayer.h"
 #include "vxMapControl.h"
 #include "vxMapControlMultiScaleTile.h"
@@ -65,6 +66,7 @@ struct TRenderArguments
 // A tile that the cache does not hold becomes a file: URL naming no file,
 // which fails at once: a configuration's base map never goes to the network.
 const QString NoTileUri = QStringLiteral("file:");
+const QString MBTilesScheme = QStringLiteral("mbtiles:");
 
 // Tiles by URL template under a cache prefix of the renderer's choice, so
 // that it can read a cache filled under another provider's name.
@@ -129,6 +131,8 @@ struct TConfiguration
   double Zoom = 0;
   int BaseMapIdx = 0;
   QString AzureKey;
+  // The site's MBTiles file behind the OpenStreetMap entry, if any.
+  QString OpenStreetMapFile;
 };
 
 bool ReadConfiguration(const QString& ADir, TConfiguration& AResult, QString& AError)
@@ -144,9 +148,10 @@ bool ReadConfiguration(const QString& ADir, TConfiguration& AResult, QString& AE
     AError = QStringLiteral("\"%1\" has no Maps directory").arg(ADir);
     return false;
   }
-  // [Servers] is not read: tiles come from the cache, whose file names do
-  // not depend on the server.
+  // Of [Servers] only a file of tiles counts: other tiles come from the
+  // cache, whose file names do not depend on the server.
   const TIniFile LIni(Globals::JoinPath(AResult.MapsDir, QStringLiteral("Mapwright.ini")));
+  AResult.OpenStreetMapFile = TServerSettings::Read(LIni).OpenStreetMapFile();
   const QString LStartup = QStringLiteral("Startup");
   AResult.Latitude = LIni.ReadFloat(LStartup, QStringLiteral("StartLat"), 41.313337);
   AResult.Longitude = LIni.ReadFloat(LStartup, QStringLiteral("StartLon"), -80.338731);
@@ -156,12 +161,25 @@ bool ReadConfiguration(const QString& ADir, TConfiguration& AResult, QString& AE
   return true;
 }
 
+// A tile layer over an MBTiles file; null, with what is wrong with the
+// file, when it cannot serve.
+TvxMapImageTileLayer* AddFileLayer(TvxMapControl& AControl, const QString& AFileName, QString& AError)
+{
+  auto* LLayer = AControl.AddLayer<TvxMapImageTileLayer>();
+  LLayer->SetProviderClass(vxImageTileProviderClass<TvxMBTilesImageryDataProvider>());
+  auto* LProvider = LLayer->ProviderAs<TvxMBTilesImageryDataProvider>();
+  LProvider->SetFileName(AFileName);
+  AError = LProvider->LastError();
+  return AError.isEmpty() ? LLayer : nullptr;
+}
+
 // The base map at a catalogue position, as the window's base map menu shows
-// it at start, drawn from the cache folder alone: an Azure map without a
-// key gives way to the first, and a position outside the catalogue shows
-// none. Returns its tile layers.
+// it at start, drawn from the cache folder alone, or from the site's file
+// of tiles: an Azure map without a key gives way to the first, and a
+// position outside the catalogue shows none. Returns its tile layers; none,
+// with the reason, when the site's file cannot serve.
 QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TConfiguration& AConfig,
-                                              QList<int>& ASlots)
+                                              QList<int>& ASlots, QString& AError)
 {
   // An absent folder stays absent: the disk cache would make it.
   const QString LCache = Globals::JoinPath(AConfig.MapsDir, QStringLiteral("MapCache"));
@@ -189,6 +207,12 @@ QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TCo
   QStringList LPrefixes;
   // The window's tile layers: OpenStreetMap, ArcGIS, Azure 1, Azure 2.
   ASlots = LIndex == bmOpenStreetMap ? QList<int>{0} : LIndex == bmAzureHybrid ? QList<int>{2, 3} : QList<int>{2};
+  if (LIndex == bmOpenStreetMap && !AConfig.OpenStreetMapFile.isEmpty())
+  {
+    if (TvxMapImageTileLayer* LLayer = AddFileLayer(AControl, AConfig.OpenStreetMapFile, AError))
+      LLayers << LLayer;
+    return LLayers;
+  }
   if (LIndex == bmOpenStreetMap)
     LPrefixes << QString();
   else if (LIndex == bmAzureImagery)
@@ -345,7 +369,8 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
     else if (LName == QLatin1String("--tiles"))
     {
       const QString LScheme = LValue.section(QLatin1Char(':'), 0, 0).toLower();
-      LOk = LScheme == QLatin1String("http") || LScheme == QLatin1String("https") || LScheme == QLatin1String("file");
+      LOk = LScheme == QLatin1String("http") || LScheme == QLatin1String("https") || LScheme == QLatin1String("file") ||
+            (LScheme == QLatin1String("mbtiles") && LValue.size() > MBTilesScheme.size());
       AResult.Tiles = LValue;
     }
     else if (LName == QLatin1String("--tile-cache"))
@@ -379,7 +404,7 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
   {
     AError = QStringLiteral("usage: mapwright-render --size WxH --out FILE.png "
                             "(--center LAT,LON --zoom Z | --config DIR [--center LAT,LON] [--zoom Z]) "
-                            "[--tiles URL_TEMPLATE] [--tile-cache DIR] [--tile-prefix PREFIX] "
+                            "[--tiles URL_TEMPLATE|mbtiles:FILE] [--tile-cache DIR] [--tile-prefix PREFIX] "
                             "[--layer FILE[:fill=#AARRGGBB][:border=#AARRGGBB][:width=N]]... "
                             "[--frames FILE] [--no-navigation] [--wait SECONDS]");
     return false;
@@ -474,7 +499,17 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
   LControl.NavigationPanel().SetVisible(LArgs.Navigation);
   LControl.BeginUpdate();
   QList<TvxMapImageTileLayer*> LTiles;
-  if (!LArgs.Tiles.isEmpty())
+  if (LArgs.Tiles.startsWith(MBTilesScheme, Qt::CaseInsensitive))
+  {
+    TvxMapImageTileLayer* LLayer = AddFileLayer(LControl, LArgs.Tiles.mid(MBTilesScheme.size()), LError);
+    if (!LLayer)
+    {
+      AErrors += "mapwright-render: " + LError.toUtf8() + '\n';
+      return 2;
+    }
+    LTiles << LLayer;
+  }
+  else if (!LArgs.Tiles.isEmpty())
   {
     auto* LLayer = LControl.AddLayer<TvxMapImageTileLayer>();
     LLayer->SetProviderClass(vxImageTileProviderClass<TRenderTileProvider>());
@@ -487,7 +522,12 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
   else if (!LArgs.Config.isEmpty())
   {
     QList<int> LSlots;
-    LTiles = AddCachedBaseMap(LControl, LConfig, LSlots);
+    LTiles = AddCachedBaseMap(LControl, LConfig, LSlots, LError);
+    if (!LError.isEmpty())
+    {
+      AErrors += "mapwright-render: " + LError.toUtf8() + '\n';
+      return 2;
+    }
     // The window's four tile layers, the base map in its own places and
     // the others hidden, so that the layer catalogue's arithmetic on
     // indices stacks the layers as the window does.

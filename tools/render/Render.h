@@ -8,6 +8,6 @@
 
 // Runs with the arguments after the program name. 0 when the PNG is
 // written; 2 with a message in AErrors on a bad argument, an unreadable
-// layer, a configuration that does not load or a PNG that cannot be
-// written. Needs a GUI application.
+// layer or MBTiles file, a configuration that does not load or a PNG that
+// cannot be written. Needs a GUI application.
 int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors);
