@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QFontMetrics>
 #include <QLabel>
 #include <QMenu>
 #include <QRegularExpression>
@@ -404,7 +405,12 @@ void TBaseMaps::SetAttribution(TAttributionFamily family)
     FAttribution2->show();
     break;
   case TAttributionFamily::OpenStreetMap:
-    FAttribution1->setText(MBTilesProvider() ? MBTilesProvider()->Attribution() : OpenStreetMapAttribution);
+    if (MBTilesProvider())
+    {
+      ShowFileAttribution(MBTilesProvider()->Attribution());
+      break;
+    }
+    FAttribution1->setText(OpenStreetMapAttribution);
     FAttribution1->move(FAttribution1->x(), 13);
     FAttribution2->hide();
     break;
@@ -416,6 +422,32 @@ void TBaseMaps::SetAttribution(TAttributionFamily family)
   }
   if (QWidget* panel = FAttribution1->parentWidget())
     panel->show();
+}
+
+void TBaseMaps::ShowFileAttribution(const QString& text)
+{
+  FAttribution1->setToolTip(text);
+  FAttribution2->setToolTip(text);
+  const QFontMetrics metrics(FAttribution1->font());
+  const int width = FAttribution1->width();
+  if (metrics.horizontalAdvance(text) <= width)
+  {
+    FAttribution1->setText(text);
+    FAttribution1->move(FAttribution1->x(), 13);
+    FAttribution2->hide();
+    return;
+  }
+  // Two lines, as the ArcGIS credit has: broken at the last space that
+  // fits, the rest cut short if it must be.
+  int cut = int(text.size());
+  while (cut > 0 && (text.at(cut - 1) != QLatin1Char(' ') || metrics.horizontalAdvance(text.left(cut - 1)) > width))
+    --cut;
+  if (cut == 0)
+    cut = int(text.size()) / 2;
+  FAttribution1->setText(metrics.elidedText(text.left(cut).trimmed(), Qt::ElideRight, width));
+  FAttribution1->move(FAttribution1->x(), 5);
+  FAttribution2->setText(metrics.elidedText(text.mid(cut).trimmed(), Qt::ElideRight, width));
+  FAttribution2->show();
 }
 
 TArcGISMapProvider* TBaseMaps::ArcGISProvider() const

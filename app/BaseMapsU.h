@@ -141,6 +141,8 @@ public:
 
 private:
   TArcGISMapProvider* ArcGISProvider() const;
+  // A map file's own credit, over two lines when one is too short.
+  void ShowFileAttribution(const QString& text);
   // The OpenStreetMap layer's file provider, when the site gave a file.
   TvxMBTilesImageryDataProvider* MBTilesProvider() const;
   static TvxMapControlAzureMapImageryDataProvider* AzureProvider(TvxMapImageTileLayer* layer);

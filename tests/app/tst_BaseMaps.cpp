@@ -305,6 +305,32 @@ private Q_SLOTS:
       QCOMPARE(Form.Marks(), QStringLiteral("00000x000"));
     }
 
+    // A credit too long for one line goes over two.
+    {
+      TvxTestMBTiles File(Site);
+      File.SetMetadata("attribution", "© OpenStreetMap contributors, ODbL; NASA Blue Marble");
+    }
+    {
+      TForm Form(Settings);
+      Form.Build(bmOpenStreetMap, DefaultFlags, {}, Cache.path());
+      const QString Long = QStringLiteral("© OpenStreetMap contributors, ODbL; NASA Blue Marble");
+      // As the window has them.
+      QFont Small = Form.Attribution1->font();
+      Small.setPixelSize(11);
+      for (QLabel* Label : {Form.Attribution1, Form.Attribution2})
+      {
+        Label->setFont(Small);
+        Label->setFixedWidth(189);
+      }
+      Form.Entry(bmWorldImagery)->trigger();
+      Form.Entry(bmOpenStreetMap)->trigger();
+      QCOMPARE(Form.Attribution1->y(), 5);
+      QVERIFY(!Form.Attribution2->isHidden());
+      QCOMPARE(Form.Attribution1->text() + " " + Form.Attribution2->text(), Long);
+      QVERIFY(Form.Attribution1->fontMetrics().horizontalAdvance(Form.Attribution1->text()) <= 189);
+      QCOMPARE(Form.Attribution2->toolTip(), Long);
+    }
+
     // A file that is not there warns once, draws nothing, is credited by
     // its name and is not offered offline.
     QVERIFY(QFile::remove(Site));
