@@ -10,16 +10,16 @@
 
 namespace
 {
-const QString KeyID = QStringLiteral("ID");
-const QString KeyName = QStringLiteral("NAME");
-const QString KeyLocation = QStringLiteral("LOCATION");
-const QString KeyStatus = QStringLiteral("STATUS");
-const QString KeyLat = QStringLiteral("LAT");
-const QString KeyLon = QStringLiteral("LON");
-const QString KeyFixStatus = QStringLiteral("FIXSTATUS");
-const QString KeyFixRadius = QStringLiteral("FIXRADIUS");
-const QString KeyInit = QStringLiteral("INIT");
-const QString KeyLastUpdate = QStringLiteral("LASTUPDATE");
+const QString& KeyID = LiveMarkerKey::ID;
+const QString& KeyName = LiveMarkerKey::Name;
+const QString& KeyLocation = LiveMarkerKey::Location;
+const QString& KeyStatus = LiveMarkerKey::Status;
+const QString& KeyLat = LiveMarkerKey::Lat;
+const QString& KeyLon = LiveMarkerKey::Lon;
+const QString& KeyFixStatus = LiveMarkerKey::FixStatus;
+const QString& KeyFixRadius = LiveMarkerKey::FixRadius;
+const QString& KeyInit = LiveMarkerKey::Init;
+const QString& KeyLastUpdate = LiveMarkerKey::LastUpdate;
 
 // The circle's size per unit of fix radius, in kilometres, and the factors
 // that turn the pin's place into the circle's top-left corner. Fixed by

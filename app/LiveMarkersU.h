@@ -19,6 +19,21 @@ class TvxMapItem;
 class TvxMapItemLayer;
 class TvxMapPushpin;
 
+// The attributes of a live pushpin: the person's report and when it came.
+namespace LiveMarkerKey
+{
+inline const QString ID = QStringLiteral("ID");
+inline const QString Name = QStringLiteral("NAME");
+inline const QString Location = QStringLiteral("LOCATION");
+inline const QString Status = QStringLiteral("STATUS");
+inline const QString Lat = QStringLiteral("LAT");
+inline const QString Lon = QStringLiteral("LON");
+inline const QString FixStatus = QStringLiteral("FIXSTATUS");
+inline const QString FixRadius = QStringLiteral("FIXRADIUS");
+inline const QString Init = QStringLiteral("INIT");
+inline const QString LastUpdate = QStringLiteral("LASTUPDATE");
+}
+
 // The small constant displacement of the drawn pin from the reported point.
 inline constexpr double LiveMarkerLatOffset = 0.000015;
 inline constexpr double LiveMarkerLonOffset = 0.000008;

@@ -1,6 +1,7 @@
 #include "RosterU.h"
 
 #include "ClockU.h"
+#include "LiveMarkersU.h"
 #include "StatusImagesU.h"
 #include "vxMapControl.h"
 #include "vxMapItemLayer.h"
@@ -21,14 +22,6 @@
 
 namespace
 {
-const QString KeyID = QStringLiteral("ID");
-const QString KeyName = QStringLiteral("NAME");
-const QString KeyLocation = QStringLiteral("LOCATION");
-const QString KeyStatus = QStringLiteral("STATUS");
-const QString KeyLat = QStringLiteral("LAT");
-const QString KeyLon = QStringLiteral("LON");
-const QString KeyFixStatus = QStringLiteral("FIXSTATUS");
-const QString KeyLastUpdate = QStringLiteral("LASTUPDATE");
 const QString LostPrefix = QStringLiteral("lost:");
 
 QString Text(const TvxMapItemAttributes& attributes, const QString& key)
@@ -90,19 +83,19 @@ void TRoster::Refresh(const TvxMapItemLayer& layer, const QDateTime& now)
       continue;
     const TvxMapItemAttributes& attributes = pin->Attributes();
     // The pin of a Get or Put run has no report.
-    if (!attributes.ContainsName(KeyLastUpdate))
+    if (!attributes.ContainsName(LiveMarkerKey::LastUpdate))
       continue;
     TRosterEntry entry;
-    entry.ID = Text(attributes, KeyID);
+    entry.ID = Text(attributes, LiveMarkerKey::ID);
     if (live.contains(entry.ID))
       continue; // the first pin of an ID is the one the store keeps up to date
-    entry.Name = Text(attributes, KeyName);
-    entry.Status = Text(attributes, KeyStatus);
-    entry.Location = Text(attributes, KeyLocation);
-    entry.FixStatus = Text(attributes, KeyFixStatus);
-    entry.Latitude = attributes.ContainsName(KeyLat) ? attributes.Value(KeyLat).toDouble() : 0;
-    entry.Longitude = attributes.ContainsName(KeyLon) ? attributes.Value(KeyLon).toDouble() : 0;
-    entry.LastReport = attributes.Value(KeyLastUpdate).toDateTime();
+    entry.Name = Text(attributes, LiveMarkerKey::Name);
+    entry.Status = Text(attributes, LiveMarkerKey::Status);
+    entry.Location = Text(attributes, LiveMarkerKey::Location);
+    entry.FixStatus = Text(attributes, LiveMarkerKey::FixStatus);
+    entry.Latitude = attributes.ContainsName(LiveMarkerKey::Lat) ? attributes.Value(LiveMarkerKey::Lat).toDouble() : 0;
+    entry.Longitude = attributes.ContainsName(LiveMarkerKey::Lon) ? attributes.Value(LiveMarkerKey::Lon).toDouble() : 0;
+    entry.LastReport = attributes.Value(LiveMarkerKey::LastUpdate).toDateTime();
     live.insert(entry.ID, std::move(entry));
   }
 
@@ -526,7 +519,7 @@ TvxMapPushpin* TRosterPanel::LivePin(const QString& id) const
   const TvxMapItems& items = FLive->MapItems();
   for (int i = 0; i < items.Count(); ++i) {
     auto* pin = dynamic_cast<TvxMapPushpin*>(items.Items(i));
-    if (pin && pin->Attributes().ContainsName(KeyLastUpdate) && Text(pin->Attributes(), KeyID) == id)
+    if (pin && pin->Attributes().ContainsName(LiveMarkerKey::LastUpdate) && Text(pin->Attributes(), LiveMarkerKey::ID) == id)
       return pin;
   }
   return nullptr;
@@ -585,11 +578,11 @@ void TRosterPanel::SetNamesOnMap(bool on)
   const TvxMapItems& items = FLive->MapItems();
   for (int i = 0; i < items.Count(); ++i) {
     auto* pin = dynamic_cast<TvxMapPushpin*>(items.Items(i));
-    if (!pin || !pin->Attributes().ContainsName(KeyLastUpdate))
+    if (!pin || !pin->Attributes().ContainsName(LiveMarkerKey::LastUpdate))
       continue;
     TvxMapItemTitleOptions& title = pin->TitleOptions();
     const QString pattern =
-      !on ? QString() : Text(pin->Attributes(), KeyName).isEmpty() ? QStringLiteral("{ID}") : QStringLiteral("{NAME}");
+      !on ? QString() : Text(pin->Attributes(), LiveMarkerKey::Name).isEmpty() ? QStringLiteral("{ID}") : QStringLiteral("{NAME}");
     if (title.Text() != pattern)
       title.SetText(pattern);
     const TvxMapItemTitleVisibility visibility = on ? mitvVisible : mitvAuto;
