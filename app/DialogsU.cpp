@@ -25,9 +25,12 @@ void PrintLine(const QString& kind, const QString& text)
   std::fflush(stderr);
 }
 
+// The program sets no display name (Qt would append it to every window's
+// caption), and the application name is the lower-case command.
 QString Caption()
 {
-  return QApplication::applicationDisplayName();
+  const QString name = QApplication::applicationDisplayName();
+  return name.isEmpty() || name == QApplication::applicationName() ? QStringLiteral("Mapwright") : name;
 }
 
 QPointer<QWidget>& MainWindow()

@@ -18,10 +18,42 @@
 
 #include <QApplication>
 #include <QNetworkProxyFactory>
+#include <cstdio>
+#include <cstring>
 #include <memory>
 
 namespace
 {
+const char* const HelpText =
+  "Usage: mapwright CONFIGDIR MODE [LATITUDE LONGITUDE]\n"
+  "       mapwright --help | --version\n"
+  "\n"
+  "The map window of the Kestrel accountability programs. A parent program\n"
+  "starts it and, over one TCP connection to 127.0.0.1, tells it where each\n"
+  "tracked person is and in what state. Only one instance runs per user and\n"
+  "executable: a second start brings the first window to the front.\n"
+  "\n"
+  "Arguments:\n"
+  "  CONFIGDIR           The parent's configuration directory. The settings are\n"
+  "                      in CONFIGDIR/Maps/Mapwright.ini, whose [Startup] TCPPort\n"
+  "                      (default 3300) is the parent's port.\n"
+  "  MODE                RunTime, Config, Put, Get or Test (exact case; any other\n"
+  "                      word runs with no mode).\n"
+  "  LATITUDE LONGITUDE  Where a Put or Get run puts its pin, in the user's number\n"
+  "                      format (default: the start point of the settings).\n"
+  "\n"
+  "Options (each only as the sole argument):\n"
+  "  --help              Print this help and exit.\n"
+  "  --version           Print the version and exit.\n"
+  "\n"
+  "Example:\n"
+  "  mapwright /srv/kestrel RunTime\n"
+  "\n"
+  "Exit codes:\n"
+  "  0  The window closed, or the program ended at once after saying why, or a\n"
+  "     running instance was brought to the front instead.\n"
+  "  Any other end is a failure (without a display, Qt aborts).\n";
+
 // Anything that escapes a handler ends in one plain box, and the program goes on.
 class TApplication : public QApplication
 {
@@ -44,10 +76,22 @@ public:
 
 int main(int argc, char* argv[])
 {
+  // Only alone: any other argument list is the parent's, whatever it holds.
+  // Answered before the application exists, so that no display is needed.
+  if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+    std::fputs(HelpText, stdout);
+    return 0;
+  }
+  if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+    std::fputs("mapwright " MAPWRIGHT_VERSION "\n", stdout);
+    return 0;
+  }
+
   TApplication app(argc, argv);
-  QApplication::setApplicationName(QStringLiteral("Mapwright"));
+  // No display name: Qt would append it to every caption.
+  QApplication::setApplicationName(QStringLiteral("mapwright"));
   QApplication::setApplicationVersion(QStringLiteral(MAPWRIGHT_VERSION));
-  QApplication::setApplicationDisplayName(QStringLiteral("Mapwright"));
+  QGuiApplication::setDesktopFileName(QStringLiteral("io.github.mapwright.Mapwright"));
   // The window ends the program when it closes, not when the last window goes.
   QApplication::setQuitOnLastWindowClosed(false);
   QNetworkProxyFactory::setUseSystemConfiguration(true);

@@ -7,6 +7,9 @@
 #include <QFile>
 #include <QImage>
 #include <QProcess>
+#include <QRegularExpression>
+#include <QScopeGuard>
+#include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -72,9 +75,11 @@ public:
     return env;
   }
 
-  void Start(const QStringList& args)
+  void Start(const QStringList& args) { Start(args, Environment(Runtime.path())); }
+
+  void Start(const QStringList& args, const QProcessEnvironment& env)
   {
-    Process.setProcessEnvironment(Environment(Runtime.path()));
+    Process.setProcessEnvironment(env);
     Process.setWorkingDirectory(Config.path());
     Process.start(QStringLiteral(MAPWRIGHT_EXE), args);
   }
@@ -429,6 +434,102 @@ private Q_SLOTS:
              1);
     QVERIFY(QDir(parent.Config.path()).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
     QCOMPARE(parent.Connections, 0);
+  }
+
+  // --help and --version alone answer on standard output before anything
+  // else: without a display, and while another instance runs. With a
+  // second argument "--help" is a configuration directory like any other.
+  void helpAndVersion()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+
+    QProcessEnvironment bare = TParent::Environment(parent.Runtime.path());
+    for (const char* name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
+      bare.remove(QLatin1String(name));
+    for (const QString& option : {QStringLiteral("--version"), QStringLiteral("--help")}) {
+      QProcess alone;
+      alone.setProcessEnvironment(bare);
+      alone.start(QStringLiteral(MAPWRIGHT_EXE), {option});
+      QVERIFY(alone.waitForFinished(10000));
+      QCOMPARE(alone.exitStatus(), QProcess::NormalExit);
+      QCOMPARE(alone.exitCode(), 0);
+      QCOMPARE(alone.readAllStandardError(), QByteArray());
+      const QByteArray out = alone.readAllStandardOutput();
+      if (option == QLatin1String("--version")) {
+        QCOMPARE(out, QByteArray("mapwright " MAPWRIGHT_VERSION "\n"));
+      } else {
+        QVERIFY2(out.startsWith("Usage: mapwright CONFIGDIR MODE [LATITUDE LONGITUDE]\n"), out.constData());
+        QVERIFY2(out.contains("\nExample:\n") && out.contains("\nExit codes:\n"), out.constData());
+      }
+    }
+    QVERIFY(parent.Finish());
+
+    TParent other;
+    other.Start({QStringLiteral("--help"), QStringLiteral("extra")});
+    QByteArray errors;
+    QVERIFY(QTest::qWaitFor([&] {
+      errors += other.StandardError();
+      return errors.contains("mapwright: message: Unable to find startup information!\n");
+    }, 10000));
+    // The window opens all the same, as it always did.
+    QCOMPARE(other.Process.state(), QProcess::Running);
+    QCOMPARE(other.Process.readAllStandardOutput(), QByteArray());
+  }
+
+  // The main window's caption is the program's own, with nothing appended,
+  // as the X server has it. Runs on a virtual screen of its own.
+  void mainWindowCaption()
+  {
+    const QString xvfb = QStandardPaths::findExecutable(QStringLiteral("Xvfb"));
+    const QString xwininfo = QStandardPaths::findExecutable(QStringLiteral("xwininfo"));
+    if (xvfb.isEmpty() || xwininfo.isEmpty())
+      QSKIP("needs Xvfb (xvfb) and xwininfo (x11-utils)");
+    QProcess server;
+    const auto stopServer = qScopeGuard([&] {
+      server.terminate();
+      server.waitForFinished(5000);
+    });
+    server.start(xvfb, {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-nolisten"),
+                        QStringLiteral("tcp"), QStringLiteral("-screen"), QStringLiteral("0"),
+                        QStringLiteral("1280x1024x24")});
+    QVERIFY(QTest::qWaitFor([&] { return server.canReadLine() || server.state() == QProcess::NotRunning; }, 10000));
+    const QString display = QLatin1Char(':') + QString::fromLatin1(server.readLine().trimmed());
+    QVERIFY2(display.size() > 1, server.readAllStandardError().constData());
+
+    TParent parent;
+    parent.WriteIni({});
+    QProcessEnvironment env = TParent::Environment(parent.Runtime.path());
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    env.insert(QStringLiteral("DISPLAY"), display);
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")}, env);
+    QVERIFY(parent.WaitForPeer());
+
+    // Every top-level window's name, from lines like
+    //      0x200006 "Kestrel Mapping v2.00": ("mapwright" "mapwright")  1109x684+85+170  +85+170
+    const auto names = [&] {
+      QProcess info;
+      info.setProcessEnvironment(env);
+      info.start(xwininfo, {QStringLiteral("-root"), QStringLiteral("-tree")});
+      info.waitForFinished(5000);
+      static const QRegularExpression line(QStringLiteral("^\\s+0x[0-9a-f]+ \"(.*)\": \\("),
+                                           QRegularExpression::MultilineOption);
+      QStringList result;
+      for (const QRegularExpressionMatch& m : line.globalMatch(QString::fromUtf8(info.readAllStandardOutput())))
+        result << m.captured(1);
+      return result;
+    };
+    QStringList windows;
+    QVERIFY(QTest::qWaitFor([&] {
+      windows = names();
+      return !windows.filter(QStringLiteral("Kestrel")).isEmpty();
+    }, 10000));
+    QCOMPARE(windows.filter(QStringLiteral("Kestrel")), QStringList({QStringLiteral("Kestrel Mapping v2.00")}));
+    QVERIFY2(windows.filter(QStringLiteral(" \u2014 ")).isEmpty(), qPrintable(windows.join(QStringLiteral(" | "))));
+    QVERIFY(parent.Finish());
+    QCOMPARE(parent.Process.exitCode(), 0);
   }
 
   // A second start asks the first to come to the front and ends with 0.

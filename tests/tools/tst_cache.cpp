@@ -68,7 +68,11 @@ private Q_SLOTS:
 
     R = Run({"--help"});
     QCOMPARE(R.Code, 0);
+    QVERIFY(R.Out.startsWith("Usage: mapwright-cache count "));
     QVERIFY(R.Out.contains("Example:"));
+    R = Run({"build", "--version"});
+    QCOMPARE(R.Code, 0);
+    QCOMPARE(R.Out, QStringLiteral("mapwright-cache " MAPWRIGHT_VERSION "\n"));
   }
 
   // A build with --yes in the working folder, then the declined question.

@@ -82,6 +82,7 @@ private Q_SLOTS:
   void playerLoopsAtPassLength();
   void simShutsMapwrightDownOnSignal();
   void simPassesOnMapwrightExitCode();
+  void simAnswersVersionAndRefusesUnknownOptions();
 };
 
 void TestKestrelSim::splitterCutsOnEveryLineEnd_data()
@@ -477,6 +478,22 @@ void TestKestrelSim::simPassesOnMapwrightExitCode()
   QVERIFY(ini.open(QIODevice::ReadOnly));
   const QByteArray port = QRegularExpression("127\\.0\\.0\\.1:(\\d+)").match(QString::fromLatin1(run.Output)).captured(1).toLatin1();
   QCOMPARE(ini.readAll(), "[Startup]\r\nTCPPort=" + port + "\r\n");
+}
+
+// --version on standard output; an unknown option ends with 2 like any
+// other mistake on the command line.
+void TestKestrelSim::simAnswersVersionAndRefusesUnknownOptions()
+{
+  QProcess sim;
+  sim.start(KESTREL_SIM_EXE, {"--version"});
+  QVERIFY(sim.waitForFinished(15000));
+  QCOMPARE(sim.exitCode(), 0);
+  QCOMPARE(sim.readAllStandardOutput(), QByteArray("kestrel-sim " MAPWRIGHT_VERSION "\n"));
+
+  sim.start(KESTREL_SIM_EXE, {"--config", "unused", "--frobnicate"});
+  QVERIFY(sim.waitForFinished(15000));
+  QCOMPARE(sim.exitCode(), 2);
+  QVERIFY(sim.readAllStandardError().contains("frobnicate"));
 }
 
 int main(int argc, char* argv[])

@@ -168,6 +168,11 @@ private Q_SLOTS:
     QCOMPARE(Process.exitCode(), 2);
     QVERIFY(Process.readAllStandardOutput().isEmpty());
     QVERIFY(!Process.readAllStandardError().isEmpty());
+
+    Process.start(QStringLiteral(LAYERINFO_EXE), {QStringLiteral("--version")});
+    QVERIFY(Process.waitForFinished(30000));
+    QCOMPARE(Process.exitCode(), 0);
+    QCOMPARE(Process.readAllStandardOutput(), QByteArray("mapwright-layerinfo " MAPWRIGHT_VERSION "\n"));
   }
 };
 

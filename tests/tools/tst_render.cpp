@@ -14,6 +14,7 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QPainter>
+#include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -512,6 +513,22 @@ private Q_SLOTS:
       QVERIFY2(LErrors.contains(LCase.second), LErrors.constData());
       QVERIFY(!QFile::exists(LOut));
     }
+  }
+
+  // --help and --version anywhere answer on standard output, whatever else
+  // the command line holds.
+  void ProgramHelpAndVersion()
+  {
+    QProcess LProcess;
+    LProcess.start(QStringLiteral(RENDER_EXE), {QStringLiteral("--size"), QStringLiteral("--version")});
+    QVERIFY(LProcess.waitForFinished(30000));
+    QCOMPARE(LProcess.exitCode(), 0);
+    QCOMPARE(LProcess.readAllStandardOutput(), QByteArray("mapwright-render " MAPWRIGHT_VERSION "\n"));
+
+    LProcess.start(QStringLiteral(RENDER_EXE), {QStringLiteral("-h")});
+    QVERIFY(LProcess.waitForFinished(30000));
+    QCOMPARE(LProcess.exitCode(), 0);
+    QVERIFY(LProcess.readAllStandardOutput().startsWith("Usage: mapwright-render --size WxH --out FILE.png\n"));
   }
 };
 

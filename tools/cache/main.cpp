@@ -34,10 +34,11 @@ void OnInterrupt(int)
 }
 
 const char* const Usage =
-  "Usage:\n"
-  "  mapwright-cache count --area TOPLAT,LEFTLON,BOTTOMLAT,RIGHTLON --max-zoom N [--dir DIR --prefix PREFIX]\n"
-  "  mapwright-cache build --area TOPLAT,LEFTLON,BOTTOMLAT,RIGHTLON --max-zoom N --url TILE_BASE_URL\n"
-  "                        --prefix FILE_PREFIX [--dir DIR] [--yes]\n"
+  "Usage: mapwright-cache count --area TOPLAT,LEFTLON,BOTTOMLAT,RIGHTLON --max-zoom N\n"
+  "                             [--dir DIR --prefix PREFIX]\n"
+  "       mapwright-cache build --area TOPLAT,LEFTLON,BOTTOMLAT,RIGHTLON --max-zoom N\n"
+  "                             --url TILE_BASE_URL --prefix PREFIX [--dir DIR] [--yes]\n"
+  "       mapwright-cache --help | --version\n"
   "\n"
   "count prints the tiles needed for levels 1 to N; with --dir and --prefix also\n"
   "how many are in the folder already and an estimate of the download size.\n"
@@ -46,12 +47,26 @@ const char* const Usage =
   "lines to DIR/vxcache.map. Above 1000 tiles it asks first unless --yes.\n"
   "Ctrl-C stops at the end of the current row; the map file is still saved.\n"
   "\n"
-  "Exit codes: 0 done (failed tiles are reported in the message), 1 declined or\n"
-  "cancelled, 2 bad arguments, 3 the map file could not be written.\n"
+  "Options:\n"
+  "  --area TOPLAT,LEFTLON,BOTTOMLAT,RIGHTLON\n"
+  "                       The area's corners, in degrees.\n"
+  "  --max-zoom N         The highest level, 1 to 30.\n"
+  "  --url TILE_BASE_URL  Where build fetches from.\n"
+  "  --prefix PREFIX      The name prefix of the tile files.\n"
+  "  --dir DIR            The cache folder.\n"
+  "  -y, --yes            Build without asking above 1000 tiles.\n"
+  "  -h, --help           Print this help and exit.\n"
+  "  --version            Print the version and exit.\n"
   "\n"
   "Example:\n"
   "  mapwright-cache build --area 43.70,-79.45,43.62,-79.33 --max-zoom 15 \\\n"
-  "    --url https://tiles.example.com/tile/ --prefix ArcGIS_Street --dir ~/MapCache\n";
+  "    --url https://tiles.example.com/tile/ --prefix ArcGIS_Street --dir ~/MapCache\n"
+  "\n"
+  "Exit codes:\n"
+  "  0  Done (failed tiles are reported in the message).\n"
+  "  1  Declined or cancelled.\n"
+  "  2  Bad arguments.\n"
+  "  3  The map file could not be written.\n";
 
 struct TArguments
 {
@@ -64,6 +79,7 @@ struct TArguments
   bool DirGiven = false;
   bool Yes = false;
   bool Help = false;
+  bool Version = false;
 };
 
 std::optional<TCacheArea> ParseArea(const QString& AText)
@@ -103,6 +119,8 @@ QString Parse(const QStringList& AArgs, TArguments& AResult)
     };
     if (Name == QLatin1String("--help") || Name == QLatin1String("-h"))
       AResult.Help = true;
+    else if (Name == QLatin1String("--version"))
+      AResult.Version = true;
     else if (Name == QLatin1String("--yes") || Name == QLatin1String("-y"))
       AResult.Yes = true;
     else if (Name == QLatin1String("--area"))
@@ -132,7 +150,7 @@ QString Parse(const QStringList& AArgs, TArguments& AResult)
     else
       return QStringLiteral("unknown argument: ") + AArgs[I];
   }
-  if (AResult.Help)
+  if (AResult.Help || AResult.Version)
     return {};
   if (AResult.Command != QLatin1String("count") && AResult.Command != QLatin1String("build"))
     return QStringLiteral("the first argument must be count or build");
@@ -224,6 +242,11 @@ int main(int argc, char* argv[])
   QTextStream Out(stdout);
   TArguments Args;
   const QString Error = Parse(App.arguments(), Args);
+  if (Args.Version)
+  {
+    Out << "mapwright-cache " MAPWRIGHT_VERSION "\n";
+    return ecDone;
+  }
   if (Args.Help)
   {
     Out << Usage;

@@ -9,9 +9,28 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <cstdio>
+
 namespace
 {
 const QStringList Modes{"RunTime", "Config", "Put", "Get", "Test"};
+
+// Qt's own listing of the options, between these.
+const char* const HelpUsage =
+    "Usage: kestrel-sim --config DIR [--mode WORD] [--port N] [--scenario FILE] [--loop]\n"
+    "                   [--speed F] [--mapwright PATH] [--no-launch] [--verbose]\n"
+    "       kestrel-sim --help | --version\n";
+const char* const HelpEnd =
+    "\n"
+    "Example:\n"
+    "  kestrel-sim --config build/demo-config --scenario data/demo/scenario.txt\n"
+    "\n"
+    "Exit codes:\n"
+    "  N  mapwright's own exit code, when it ended by itself (SHUTDOWN included).\n"
+    "  0  With --no-launch: the link closed after SHUTDOWN, or none was up.\n"
+    "  1  mapwright crashed or had to be stopped; with --no-launch, the link\n"
+    "     stayed up 10 s after SHUTDOWN or a second signal came.\n"
+    "  2  A bad command line, scenario or launch.\n";
 
 int usageError(const QString& message)
 {
@@ -28,10 +47,13 @@ int main(int argc, char* argv[])
 
   QCommandLineParser cli;
   cli.setApplicationDescription(QStringLiteral(
-      "Sample parent program for mapwright: listens on 127.0.0.1, launches mapwright, feeds it a scenario "
-      "and prints what comes back. SIGINT or SIGTERM sends SHUTDOWN."));
-  cli.addHelpOption();
-  cli.addVersionOption();
+      "Sample parent program for mapwright: listens on 127.0.0.1, launches mapwright,\n"
+      "feeds it a scenario and prints what comes back. SIGINT or SIGTERM sends SHUTDOWN."));
+  // Our own, not Qt's, for the wording every program here uses.
+  const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Print this help and exit."));
+  const QCommandLineOption version({QStringLiteral("v"), QStringLiteral("version")},
+                                   QStringLiteral("Print the version and exit."));
+  cli.addOptions({help, version});
   const QCommandLineOption config(QStringLiteral("config"),
                                   QStringLiteral("Configuration directory for mapwright (required); "
                                                  "the port is written to DIR/Maps/Mapwright.ini."),
@@ -52,7 +74,21 @@ int main(int argc, char* argv[])
                                  QStringLiteral("F"), QStringLiteral("1"));
   const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Print sent frames whole."));
   cli.addOptions({config, mode, port, scenario, loop, mapwright, noLaunch, speed, verbose});
-  cli.process(app);
+  // parse(), not process(): a bad command line ends with 2, as every other
+  // mistake does, not with Qt's 1.
+  if (!cli.parse(QCoreApplication::arguments()))
+    return usageError(cli.errorText());
+  if (cli.isSet(version))
+    cli.showVersion();
+  if (cli.isSet(help))
+  {
+    // Qt's text without its generic first line.
+    const QString options = cli.helpText().section(QLatin1Char('\n'), 1);
+    std::fputs(HelpUsage, stdout);
+    std::fputs(("\n" + options).toLocal8Bit().constData(), stdout);
+    std::fputs(HelpEnd, stdout);
+    return 0;
+  }
 
   SimOptions options;
   if (!cli.isSet(config))

@@ -254,6 +254,28 @@ void WriteItem(TJsonWriter& AJson, const TvxMapItem& AItem)
 
 const char* const Usage = "usage: mapwright-layerinfo FILE [--type kml|shape]\n";
 
+const char* const Help =
+  "Usage: mapwright-layerinfo FILE [--type kml|shape]\n"
+  "       mapwright-layerinfo --help | --version\n"
+  "\n"
+  "Loads a KML file or a Shapefile through a file layer, as the map window does,\n"
+  "and prints one JSON document: file, fileType, active, error (when the load\n"
+  "failed) and items, with each item's class, geometry, attributes and style.\n"
+  "\n"
+  "Options:\n"
+  "  --type kml|shape  Read FILE as this type. By default a name ending in .shp\n"
+  "                    (any case) is a Shapefile and anything else KML.\n"
+  "  -h, --help        Print this help and exit.\n"
+  "  --version         Print the version and exit.\n"
+  "\n"
+  "Example:\n"
+  "  mapwright-layerinfo site/buildings.shp\n"
+  "\n"
+  "Exit codes:\n"
+  "  0  The file was read, even if its content failed (see error).\n"
+  "  2  Bad arguments, or the file could not be opened (a Shapefile needs its\n"
+  "     .dbf beside it).\n";
+
 } // namespace
 
 TvxMapItemFileType vxLayerInfoFileTypeOf(const QString& AFileName)
@@ -302,7 +324,12 @@ int vxLayerInfoRun(const QStringList& AArguments, QByteArray& AOutput, QByteArra
       Type = Argument.mid(7).toLower();
     else if (Argument == QLatin1String("--help") || Argument == QLatin1String("-h"))
     {
-      AOutput += Usage;
+      AOutput += Help;
+      return 0;
+    }
+    else if (Argument == QLatin1String("--version"))
+    {
+      AOutput += "mapwright-layerinfo " MAPWRIGHT_VERSION "\n";
       return 0;
     }
     else if (FileName.isEmpty() && !Argument.startsWith(QLatin1String("--")))
