@@ -22,7 +22,8 @@
 
 namespace
 {
-const QString LostPrefix = QStringLiteral("lost:");
+// A character no XML document can hold, so no ID from the feed can clash.
+const QString LostPrefix = QStringLiteral("\u0001lost:");
 
 QString Text(const TvxMapItemAttributes& attributes, const QString& key)
 {
@@ -363,6 +364,11 @@ void TRosterModel::Update()
 int TRosterModel::RowOf(const QString& id) const
 {
   return int(FShownIDs.indexOf(id));
+}
+
+int TRosterModel::LostRowOf(const QString& id) const
+{
+  return int(FShownIDs.indexOf(LostPrefix + id));
 }
 
 // ---------------------------------------------------------------------------

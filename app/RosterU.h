@@ -125,8 +125,9 @@ public:
 
   // The roster changed: same rows in the same order only repaint.
   void Update();
-  // Row of an ID, live first; -1 when not on show.
+  // Row of a live person's ID, or of a lost one's; -1 when not on show.
   int RowOf(const QString& id) const;
+  int LostRowOf(const QString& id) const;
   // The entry of a row; null for the heading row.
   const TRosterEntry* EntryAt(int row) const;
   int LostHeadingRow() const;

@@ -169,7 +169,7 @@ private Q_SLOTS:
     QCOMPARE(ann.Latitude, 41.3133);
     TRosterModel& model = roster.Model();
     QCOMPARE(model.index(model.LostHeadingRow(), TRoster::rcID).data().toString(), QStringLiteral("Lost contact (1)"));
-    QCOMPARE(model.index(model.RowOf("lost:A"), TRoster::rcLastReport).data().toString(),
+    QCOMPARE(model.index(model.LostRowOf("A"), TRoster::rcLastReport).data().toString(),
              QStringLiteral("14:00:00 (31 s ago)"));
 
     roster.ShowLost(QStringLiteral("A"));
@@ -189,7 +189,7 @@ private Q_SLOTS:
     Tick(*form);
     QCOMPARE(int(roster.Roster().Lost().size()), 2);
     roster.ShowLost(QStringLiteral("B"));
-    roster.tvRoster->selectRow(model.RowOf("lost:B"));
+    roster.tvRoster->selectRow(model.LostRowOf("B"));
     QVERIFY(roster.btnDismiss->isEnabled());
     roster.btnDismiss->click();
     QVERIFY(!roster.Ghost()->isVisible());
