@@ -320,7 +320,10 @@ void TvxMapControlTileImageSourceLoadingQueueManager::CreateThreads()
   {
     auto LThread = std::make_unique<TvxMapControlTileImageLoadingThread>(this);
     LThread->setObjectName(QStringLiteral("vxTileLoader%1").arg(I));
-    LThread->start(QThread::IdlePriority);
+    // Below the main thread. Not Qt's IdlePriority: on Linux that is
+    // SCHED_IDLE, which runs only when nothing else wants a core, so tiles
+    // stop loading while anything else is busy.
+    LThread->start(QThread::LowestPriority);
     FThreads.push_back(std::move(LThread));
   }
 }
