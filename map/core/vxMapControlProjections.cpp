@@ -126,6 +126,20 @@ void ProjectPoints(const TCalculator& ACalculator, std::span<const TvxMapControl
     for (size_t I = 0; I < Count; ++I)
       Out[I] = AForward(In[I].Latitude, In[I].Longitude);
 }
+
+// The cylindrical ones: longitude straight across, AY of the latitude
+// clamped to the calculator's range.
+template <class TCalculator, class TY>
+void ProjectCylindrical(const TCalculator& ACalculator, std::span<const TvxMapControlGeoPoint> AGeoPoints,
+                        std::span<TvxPointDouble> AMapUnits, const TvxPointDouble& AOffset,
+                        const TvxPointDouble& AScale, bool ANormalize, double ALow, double AHigh, TY AY)
+{
+  ProjectPoints(ACalculator, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize,
+                [=](double ALatitude, double ALongitude) {
+                  return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
+                                        AY(std::clamp(ALatitude, ALow, AHigh)));
+                });
+}
 }
 
 // --- Calculator base ---
@@ -197,12 +211,10 @@ void TvxMapControlSphericalMercatorProjectionCalculator::GetMapUnits(std::span<c
                                                                      const TvxPointDouble& AScale,
                                                                      bool ANormalize) const
 {
-  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
-  const auto Forward = [=](double ALatitude, double ALongitude) {
-    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
-                          SphericalMercatorY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
-  };
-  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+  ProjectCylindrical(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, MinLatitudeInternal(),
+                     MaxLatitudeInternal(), [=](double ALatitude) {
+                       return SphericalMercatorY(ALatitude, AOffset.Y, AScale.Y);
+                     });
 }
 
 // --- Elliptical Mercator ---
@@ -299,13 +311,11 @@ void TvxMapControlMillerProjectionCalculator::GetMapUnits(std::span<const TvxMap
                                                           const TvxPointDouble& AOffset, const TvxPointDouble& AScale,
                                                           bool ANormalize) const
 {
-  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
   const double ScaleFactor = FScaleFactor;
-  const auto Forward = [=](double ALatitude, double ALongitude) {
-    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
-                          MillerY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y, ScaleFactor));
-  };
-  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+  ProjectCylindrical(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, MinLatitudeInternal(),
+                     MaxLatitudeInternal(), [=](double ALatitude) {
+                       return MillerY(ALatitude, AOffset.Y, AScale.Y, ScaleFactor);
+                     });
 }
 
 // --- Equirectangular ---
@@ -339,12 +349,10 @@ void TvxMapControlEquirectangularProjectionCalculator::GetMapUnits(std::span<con
                                                                    const TvxPointDouble& AOffset,
                                                                    const TvxPointDouble& AScale, bool ANormalize) const
 {
-  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
-  const auto Forward = [=](double ALatitude, double ALongitude) {
-    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
-                          EquirectangularY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
-  };
-  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+  ProjectCylindrical(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, MinLatitudeInternal(),
+                     MaxLatitudeInternal(), [=](double ALatitude) {
+                       return EquirectangularY(ALatitude, AOffset.Y, AScale.Y);
+                     });
 }
 
 // --- Equal area (also Lambert cylindrical equal area) ---
@@ -377,24 +385,20 @@ void TvxMapControlEqualAreaProjectionCalculator::GetMapUnits(std::span<const Tvx
                                                              const TvxPointDouble& AOffset,
                                                              const TvxPointDouble& AScale, bool ANormalize) const
 {
-  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
-  const auto Forward = [=](double ALatitude, double ALongitude) {
-    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
-                          EqualAreaY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
-  };
-  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+  ProjectCylindrical(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, MinLatitudeInternal(),
+                     MaxLatitudeInternal(), [=](double ALatitude) {
+                       return EqualAreaY(ALatitude, AOffset.Y, AScale.Y);
+                     });
 }
 
 void TvxMapControlLambertCylindricalEqualAreaProjectionCalculator::GetMapUnits(
   std::span<const TvxMapControlGeoPoint> AGeoPoints, std::span<TvxPointDouble> AMapUnits, const TvxPointDouble& AOffset,
   const TvxPointDouble& AScale, bool ANormalize) const
 {
-  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
-  const auto Forward = [=](double ALatitude, double ALongitude) {
-    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
-                          EqualAreaY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
-  };
-  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+  ProjectCylindrical(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, MinLatitudeInternal(),
+                     MaxLatitudeInternal(), [=](double ALatitude) {
+                       return EqualAreaY(ALatitude, AOffset.Y, AScale.Y);
+                     });
 }
 
 // --- Braun stereographic ---
@@ -430,12 +434,10 @@ void TvxMapControlBraunStereographicProjectionCalculator::GetMapUnits(std::span<
                                                                       const TvxPointDouble& AScale,
                                                                       bool ANormalize) const
 {
-  const double Low = MinLatitudeInternal(), High = MaxLatitudeInternal();
-  const auto Forward = [=](double ALatitude, double ALongitude) {
-    return TvxPointDouble(LinearMapUnitX(ALongitude, AOffset.X, AScale.X),
-                          BraunStereographicY(std::clamp(ALatitude, Low, High), AOffset.Y, AScale.Y));
-  };
-  ProjectPoints(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, Forward);
+  ProjectCylindrical(*this, AGeoPoints, AMapUnits, AOffset, AScale, ANormalize, MinLatitudeInternal(),
+                     MaxLatitudeInternal(), [=](double ALatitude) {
+                       return BraunStereographicY(ALatitude, AOffset.Y, AScale.Y);
+                     });
 }
 
 // --- Whole-point calculators ---
