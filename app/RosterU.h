@@ -70,11 +70,8 @@ public:
 
   // Case-insensitive, on ID or name; lost people are filtered too.
   void SetFilter(const QString& text);
-  const QString& Filter() const { return FFilter; }
   // Alarms stay first whatever the column.
   void SetSortColumn(int column, Qt::SortOrder order);
-  int SortColumn() const { return FSortColumn; }
-  Qt::SortOrder SortOrder() const { return FSortOrder; }
 
   // The rows on show: live people, sorted and filtered, then lost ones.
   const std::vector<TRosterEntry>& Live() const { return FLiveRows; }

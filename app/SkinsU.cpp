@@ -79,14 +79,9 @@ TSkinController::TSkinController(QObject* parent)
 QStringList TSkinController::SkinNames()
 {
   QStringList names = QStyleFactory::keys();
-  if (QStyleFactory::keys().contains(PaletteStyle, Qt::CaseInsensitive))
+  if (names.contains(PaletteStyle, Qt::CaseInsensitive))
     names << LightSkin << DarkSkin;
   return names;
-}
-
-bool TSkinController::IsKnown(const QString& name) const
-{
-  return SkinNames().contains(name);
 }
 
 void TSkinController::SetSkinName(const QString& name)
@@ -108,7 +103,6 @@ void TSkinController::SetSkinName(const QString& name)
   if (!paletteSkin && style != FPlatformStyle && QApplication::style())
     palette = QApplication::style()->standardPalette();
   QApplication::setPalette(palette);
-  Q_EMIT OnSkinChanged(name);
 }
 
 void TSkinController::Exclude(QWidget* window)

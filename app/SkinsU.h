@@ -27,14 +27,10 @@ public:
   // platform style but is kept, so the settings file gets it back unchanged.
   const QString& SkinName() const { return FSkinName; }
   void SetSkinName(const QString& name);
-  bool IsKnown(const QString& name) const;
 
   // A window the skin never reaches: it keeps the platform style and its
   // own colours whatever is chosen.
   void Exclude(QWidget* window);
-
-Q_SIGNALS:
-  void OnSkinChanged(const QString& name);
 
 private:
   QString FSkinName;
