@@ -206,13 +206,31 @@ int TRecordingDialogs::Execute(QDialog& dialog)
   return OnExecute ? OnExecute(dialog) : int(QDialog::Rejected);
 }
 
-void Dialogs::RunReported(const std::function<void()>& handler)
+bool Dialogs::RunReported(const std::function<void()>& handler)
 {
   try {
     handler();
-  } catch (const EMapwrightError& e) {
-    Get().ShowMessage(e.Message());
-  } catch (const std::exception& e) {
-    Get().ShowMessage(QString::fromUtf8(e.what()));
+    return true;
+  } catch (...) {
+    ReportCurrentFailure();
+    return false;
   }
+}
+
+QString Dialogs::CurrentFailureText()
+{
+  try {
+    throw;
+  } catch (const EMapwrightError& e) {
+    return e.Message();
+  } catch (const std::exception& e) {
+    return QString::fromUtf8(e.what());
+  } catch (...) {
+    return QStringLiteral("An unexpected failure occurred.");
+  }
+}
+
+void Dialogs::ReportCurrentFailure()
+{
+  Get().ShowMessage(CurrentFailureText());
 }

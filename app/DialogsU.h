@@ -38,9 +38,17 @@ TDialogs& Get();
 // Replaces the dialogs; null restores the on-screen ones. Returns the old.
 std::unique_ptr<TDialogs> Set(std::unique_ptr<TDialogs> dialogs);
 
-// Runs an event handler; a failure that escapes it is shown in the general
-// failure box, its text and one OK button, and the program goes on.
-void RunReported(const std::function<void()>& handler);
+// Runs an event handler; a failure of any kind that escapes it is shown in
+// the general failure box, its text and one OK button, and the program goes
+// on. False when a failure was shown.
+bool RunReported(const std::function<void()>& handler);
+
+// The text of the failure being handled; only inside a catch block. The
+// program's own message, a library's what(), or for anything else a plain
+// sentence, since such a throw carries no text.
+QString CurrentFailureText();
+// Shows CurrentFailureText() in the general failure box.
+void ReportCurrentFailure();
 
 // The window that on-screen message boxes belong to when no modal dialog
 // is up, so that a box never ends up behind the map.

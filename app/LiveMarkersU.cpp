@@ -149,7 +149,13 @@ void TLiveMarkers::ApplyReports(const TFeedMessage& message, const TLiveMarkerHo
   // a hook threw; selecting may run the window's handlers, so this is no
   // destructor's work.
   const auto finish = [this] {
-    RaiseAndSelectSelected();
+    try {
+      RaiseAndSelectSelected();
+    } catch (...) {
+      // A failing selection handler must not leave the map locked.
+      FMap->EndUpdate();
+      throw;
+    }
     FMap->EndUpdate();
   };
   try {

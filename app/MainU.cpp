@@ -100,7 +100,7 @@ void TfrmMain::BuildControls()
   connect(btnLocators, &QPushButton::clicked, this, &TfrmMain::btnLocatorsClick);
   connect(btnTestMarkers, &QPushButton::clicked, this, &TfrmMain::btnTestMarkersClick);
   connect(SpeedButton1, &QToolButton::clicked, this, &TfrmMain::SpeedButton1Click);
-  connect(cbAutoCenter, &QCheckBox::clicked, this, &TfrmMain::cbAutoCenterClick);
+  connect(cbAutoCenter, &QCheckBox::clicked, this, [this] { RunHandler([this] { cbAutoCenterClick(); }); });
   connect(sbtnAdd, &QToolButton::clicked, this, &TfrmMain::sbtnAddClick);
   connect(btnLayers, &QPushButton::clicked, this, [this] { RunHandler([this] { btnLayersClick(); }); });
   connect(btnMarkers, &QPushButton::clicked, this, [this] { RunHandler([this] { btnMarkersClick(); }); });
@@ -322,6 +322,7 @@ void TfrmMain::WriteSettings()
 {
   TIniFile ini(Globals::JoinPath(Globals::ConfigDir, QStringLiteral("Mapwright.ini")));
   ConfigFile = &ini;
+  const auto release = qScopeGuard([this] { ConfigFile = nullptr; });
   const QString startup = QStringLiteral("Startup");
   ini.WriteInteger(startup, QStringLiteral("StartTop"), pos().y());
   ini.WriteInteger(startup, QStringLiteral("StartLeft"), pos().x());
@@ -356,7 +357,6 @@ void TfrmMain::WriteSettings()
     ini.WriteBool(QStringLiteral("Roster"), QStringLiteral("NamesOnMap"), RosterNames);
   QString error;
   const bool saved = ini.UpdateFile(&error);
-  ConfigFile = nullptr;
   if (!saved)
     throw EMapwrightError(error);
 }
@@ -474,10 +474,10 @@ bool TfrmMain::FormCloseQuery()
     }
     if (!Globals::ConfigDir.isEmpty())
       WriteSettings();
-  } catch (const EMapwrightError& e) {
-    // A failed save abandons the close: the window stays, and what the
-    // user made stays in memory for another try.
-    Dialogs::Get().ShowMessage(e.Message());
+  } catch (...) {
+    // A failed save, of whatever kind, abandons the close: the window
+    // stays, and what the user made stays in memory for another try.
+    Dialogs::ReportCurrentFailure();
     return false;
   }
   AllowChangingEvent = false;
@@ -551,17 +551,26 @@ QString TfrmMain::WindowStateText() const
 
 void TfrmMain::closeEvent(QCloseEvent* event)
 {
-  event->accept();
-  if (FClosed)
-    return;
-  if (!FormCloseQuery()) {
-    event->ignore();
+  if (FClosed) {
+    event->accept();
     return;
   }
+  // Refused until the saves have gone through: an accepted close hides the
+  // window, and a failure after that would leave a process with no window
+  // that never ends.
+  event->ignore();
+  bool canClose = false;
+  RunHandler([&] { canClose = FormCloseQuery(); });
+  if (!canClose)
+    return;
   FClosed = true;
-  if (FormGPSImageLegend)
-    FormGPSImageLegend->hide();
-  Q_EMIT OnClosed();
+  event->accept();
+  // From here the program ends, whatever else fails.
+  const auto quit = qScopeGuard([this] { Q_EMIT OnClosed(); });
+  RunHandler([] {
+    if (FormGPSImageLegend)
+      FormGPSImageLegend->hide();
+  });
 }
 
 bool TfrmMain::eventFilter(QObject* watched, QEvent* event)
@@ -658,9 +667,11 @@ void TfrmMain::TCPDataReceived(const QString& msg)
     hooks.OnCurrentUserReport = [this](const TLiveMarkerReport& report) { CurrentUserReport(report); };
     FLiveMarkers->ApplyReports(message, hooks);
     RefreshRoster();
-  } catch (const EMapwrightError& e) {
+  } catch (...) {
+    // Whatever failed, and whoever threw it: the user hears of it, as of
+    // any other failure, and the next frame finds the window as it was.
     RefreshRoster();
-    Dialogs::Get().ShowMessage(e.Message());
+    Dialogs::ReportCurrentFailure();
   }
 }
 
@@ -863,12 +874,11 @@ void TfrmMain::cbAutoCenterClick()
   TvxMapPushpin* selected = SelectedLiveMarker();
   if (!cbAutoCenter->isChecked() || !selected)
     return;
-  const auto lat = NumberText::TryStrToFloat(TLiveMarkers::Text(selected, QStringLiteral("LAT")));
-  const auto lon = NumberText::TryStrToFloat(TLiveMarkers::Text(selected, QStringLiteral("LON")));
-  // The texts were written in the user's locale; a locale changed since
-  // then leaves the map where it is.
-  if (lat && lon)
-    Map->SetCenterPoint(TvxMapControlGeoPoint::Create(*lat, *lon));
+  // The texts were written in the user's locale; one changed since then
+  // fails the conversion, and the map stays where it is.
+  const double lat = NumberText::StrToFloat(TLiveMarkers::Text(selected, QStringLiteral("LAT")));
+  const double lon = NumberText::StrToFloat(TLiveMarkers::Text(selected, QStringLiteral("LON")));
+  Map->SetCenterPoint(TvxMapControlGeoPoint::Create(lat, lon));
 }
 
 void TfrmMain::SetScreenCursor(Qt::CursorShape shape)

@@ -6,7 +6,6 @@
 #include "BuildCacheU.h"
 #include "ConfigU.h"
 #include "DialogsU.h"
-#include "ErrorsU.h"
 #include "GPSImageLegend.h"
 #include "ImportLayerU.h"
 #include "LayersU.h"
@@ -64,10 +63,8 @@ public:
   {
     try {
       return QApplication::notify(receiver, event);
-    } catch (const EMapwrightError& e) {
-      Dialogs::Get().ShowMessage(e.Message());
-    } catch (const std::exception& e) {
-      Dialogs::Get().ShowMessage(QString::fromLocal8Bit(e.what()));
+    } catch (...) {
+      Dialogs::ReportCurrentFailure();
     }
     return false;
   }

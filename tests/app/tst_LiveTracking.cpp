@@ -266,8 +266,9 @@ private Q_SLOTS:
     QCOMPARE(form->Map->CenterPoint().Latitude(), 41.314);
   }
 
-  // Auto Center without a selection moves nothing; a drag selects nothing.
-  void autoCenterWithoutSelectionAndDrag()
+  // Auto Center without a selection moves nothing; a drag selects nothing;
+  // unreadable coordinates are reported.
+  void autoCenterEdgeCasesAndDrag()
   {
     auto form = Open(QStringLiteral("RunTime"));
     const double lat = form->Map->CenterPoint().Latitude();
@@ -280,6 +281,17 @@ private Q_SLOTS:
     QVERIFY(form->OkDoMouseUp);
     form->MapMouseMove({}, 11, 10);
     QVERIFY(!form->OkDoMouseUp);
+
+    // A stored latitude that no longer reads as a number (written in a comma
+    // locale, say) fails the conversion in its own words, and nothing moves.
+    form->cbAutoCenter->setChecked(false);
+    form->SelectedLiveMarker()->Attributes().SetValue(QStringLiteral("LAT"), QStringLiteral("41,3133"));
+    form->Map->SetCenterPoint(TvxMapControlGeoPoint::Create(41.3, -80.3));
+    QTest::mouseClick(form->cbAutoCenter, Qt::LeftButton);
+    QVERIFY(form->cbAutoCenter->isChecked());
+    QCOMPARE(FDialogs->Messages, QStringList({QStringLiteral("'41,3133' is not a valid floating point value")}));
+    QCOMPARE(form->Map->CenterPoint().Latitude(), 41.3);
+    QCOMPARE(form->Map->CenterPoint().Longitude(), -80.3);
   }
 
   // Get runs: a click moves the first marker to the point 16 pixels up and

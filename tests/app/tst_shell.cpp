@@ -32,6 +32,8 @@
 #include <QTest>
 
 #include <atomic>
+#include <stdexcept>
+#include <utility>
 #include <thread>
 
 namespace
@@ -224,6 +226,117 @@ private Q_SLOTS:
     link.Run();
     QTRY_VERIFY(!link.Connecting());
     QVERIFY(!link.Active());
+  }
+
+  // A handler that fails in any way, not only with the program's own
+  // failure, is reported with its text; the map is left unlocked and the
+  // next frame is handled as usual, also when it came through the link.
+  void frameHandlerFailuresAreReported()
+  {
+    QTemporaryDir dir;
+    TLoopbackParent parent;
+    WriteIni(dir, QStringLiteral("[Startup]\nTCPPort=%1\n").arg(parent.Port()));
+    auto form = MakeForm({dir.path(), QStringLiteral("Test")});
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+    const auto own = form->Map->OnSelectionChanging;
+    const auto person = [](const char* id) {
+      return QStringLiteral("<KestrelMapData><LiveMarkers><M ID=\"%1\" LAT=\"41.3\" LON=\"-80.3\" FIXRADIUS=\"5\" "
+                            "INIT=\"TRUE\"/></LiveMarkers></KestrelMapData>").arg(QLatin1String(id));
+    };
+
+    form->Map->OnSelectionChanging = [](TvxCustomMapControl*, IvxMapItem*, bool&) {
+      throw std::runtime_error("selection handler broke");
+    };
+    parent.Send(person("A").toLatin1() + "\r");
+    QTRY_COMPARE(FDialogs->Messages.size(), 1);
+    QCOMPARE(FDialogs->Messages.last(), QStringLiteral("selection handler broke"));
+    QVERIFY(!form->Map->IsLocked());
+    QCOMPARE(PersonCount(*form), 1);
+
+    form->Map->OnSelectionChanging = [](TvxCustomMapControl*, IvxMapItem*, bool&) { throw 42; };
+    form->TCPDataReceived(person("B"));
+    QCOMPARE(FDialogs->Messages.size(), 2);
+    QCOMPARE(FDialogs->Messages.last(), QStringLiteral("An unexpected failure occurred."));
+    QVERIFY(!form->Map->IsLocked());
+
+    form->Map->OnSelectionChanging = own;
+    parent.Send(person("C").toLatin1() + "\r");
+    QTRY_COMPARE(PersonCount(*form), 3);
+    QCOMPARE(FDialogs->Messages.size(), 2);
+    QCOMPARE(form->CurrentUserID(), QStringLiteral("C"));
+    QVERIFY(form->TCPListenerActive());
+  }
+
+  // The close saves the static markers, the layers, the custom images and
+  // the settings in this order; the first that fails is reported and keeps
+  // the window open without running the rest. A failure of another kind on
+  // the way, here a message box that throws, keeps it open too: no hidden
+  // window in a process that never ends.
+  void closeStopsAtTheFirstFailedSave()
+  {
+    QTemporaryDir dir;
+    const QString iniText = QStringLiteral("[Startup]\nStartZoom=4\n");
+    auto form = MakeForm({WriteIni(dir, iniText), QStringLiteral("Config")});
+    form->show();
+    QVERIFY(QTest::qWaitForWindowExposed(form.get()));
+    QSignalSpy closed(form.get(), &TfrmMain::OnClosed);
+    const QString maps = dir.filePath(QStringLiteral("Maps"));
+    const QString staticMarkers = maps + QStringLiteral("/Layers/StaticMarkers.xml");
+    const QString layers = maps + QStringLiteral("/Layers/Layers.xml");
+    const QString customImages = maps + QStringLiteral("/CustomMarkerImages/CustomMarkers.xml");
+    const QString ini = maps + QStringLiteral("/Mapwright.ini");
+    const auto written = [&](const QString& file) { return QFileInfo(file).isFile(); };
+    // Nothing can be saved where a folder stands.
+    const auto blocked = [&](const QString& file, const QString& prefix, bool staticWritten, bool layersWritten,
+                             bool customWritten) {
+      QFile::remove(file);
+      QVERIFY(QDir().mkpath(file));
+      FDialogs->Messages.clear();
+      QVERIFY(!form->close());
+      QVERIFY(form->isVisible());
+      QCOMPARE(closed.size(), 0);
+      QCOMPARE(FDialogs->Messages.size(), 1);
+      QVERIFY2(FDialogs->Messages.first().startsWith(prefix), qPrintable(FDialogs->Messages.first()));
+      QCOMPARE(written(staticMarkers), staticWritten);
+      QCOMPARE(written(layers), layersWritten);
+      QCOMPARE(written(customImages), customWritten);
+      if (file != ini)
+        QCOMPARE(ReadAll(ini), iniText.toUtf8());
+      QVERIFY(QDir(file).removeRecursively());
+    };
+    blocked(staticMarkers, QStringLiteral("Error Writing Static Markers: "), false, false, false);
+    blocked(layers, QStringLiteral("Error Reading Connections: "), true, false, false);
+    blocked(customImages, QStringLiteral("Error Writing Custom Markers: "), true, true, false);
+    blocked(ini, QStringLiteral("Cannot save the settings file"), true, true, true);
+
+    class TBrokenBox : public TRecordingDialogs
+    {
+    public:
+      bool Broken = true;
+      void ShowMessage(const QString& text) override
+      {
+        if (std::exchange(Broken, false))
+          throw 7;
+        TRecordingDialogs::ShowMessage(text);
+      }
+    };
+    auto broken = std::make_unique<TBrokenBox>();
+    TBrokenBox* box = broken.get();
+    Dialogs::Set(std::move(broken));
+    FDialogs = box;
+    QVERIFY(QDir().mkpath(ini));
+    QVERIFY(!form->close());
+    QVERIFY(form->isVisible());
+    QCOMPARE(closed.size(), 0);
+    QCOMPARE(box->Messages, QStringList({QStringLiteral("An unexpected failure occurred.")}));
+
+    QVERIFY(QDir(ini).removeRecursively());
+    QVERIFY(form->close());
+    QVERIFY(!form->isVisible());
+    QCOMPARE(closed.size(), 1);
+    QVERIFY(ReadAll(ini).contains("StartZoom="));
+    QCOMPARE(box->Messages.size(), 1);
   }
 
   // The fixture's reports reach the store with their values; the INIT report
