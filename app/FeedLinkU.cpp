@@ -4,6 +4,8 @@
 #include <QPointer>
 #include <QTcpSocket>
 
+#include <algorithm>
+
 TFeedLink::TFeedLink(QObject* parent)
   : QObject(parent)
 {
@@ -61,6 +63,7 @@ void TFeedLink::Run()
   FConnecting = true;
   FBuffer.clear();
   FSocket = new QTcpSocket(this);
+  FSocket->setReadBufferSize(ReadLimit);
   connect(FSocket, &QTcpSocket::connected, this, &TFeedLink::Connected);
   connect(FSocket, &QTcpSocket::errorOccurred, this, &TFeedLink::Failed);
   connect(FSocket, &QTcpSocket::readyRead, this, &TFeedLink::ReadAvailable);
@@ -90,7 +93,7 @@ void TFeedLink::Drop()
   FConnecting = false;
   FActive = false;
   FPaused = false;
-  FBuffer.clear();
+  FBuffer = QByteArray();
   ++FGeneration;
   if (FSocket) {
     QTcpSocket* socket = FSocket;
@@ -151,12 +154,28 @@ void TFeedLink::FlushOutMessage(int waitMs)
     FSocket->waitForBytesWritten(waitMs);
 }
 
+qint64 TFeedLink::BufferedBytes() const
+{
+  return FBuffer.size() + (FSocket ? FSocket->bytesAvailable() : 0);
+}
+
 void TFeedLink::ReadAvailable()
+{
+  TopUp();
+  ProcessFrames();
+}
+
+void TFeedLink::TopUp()
 {
   if (!FSocket)
     return;
-  FBuffer += FSocket->readAll();
-  ProcessFrames();
+  const qint64 room = std::min(ReadLimit - FBuffer.size(), FSocket->bytesAvailable());
+  if (room <= 0)
+    return;
+  const qsizetype size = FBuffer.size();
+  FBuffer.resize(size + room);
+  const qint64 got = FSocket->read(FBuffer.data() + size, room);
+  FBuffer.resize(size + std::max<qint64>(got, 0));
 }
 
 void TFeedLink::ProcessFrames()
@@ -165,14 +184,17 @@ void TFeedLink::ProcessFrames()
     return; // the frame in hand finishes first; its caller goes on afterwards
   while (FActive && !FPaused) {
     qsizetype end = FBuffer.indexOf('\r');
-    if (end < 0 && FSocket && FSocket->bytesAvailable() > 0) {
-      // The socket does not signal again for bytes that came while a frame was handled.
-      FBuffer += FSocket->readAll();
+    if (end < 0) {
+      // The socket does not signal again for bytes that came while a frame
+      // was handled, nor for those it held back while its buffer was full.
+      TopUp();
       end = FBuffer.indexOf('\r');
     }
     if (end < 0) {
       if (FBuffer.size() > MaxFrameLength)
         Failed();
+      else if (FBuffer.isEmpty() && FBuffer.capacity() > 0)
+        FBuffer = QByteArray(); // drained: a burst's memory goes back
       return;
     }
     if (end > MaxFrameLength) {
@@ -184,13 +206,17 @@ void TFeedLink::ProcessFrames()
     if (text.isEmpty() || !OnTCPDataReceived)
       continue;
 
+    // What was assigned before this frame leaves before it, as a pulse
+    // would between two reads: the frame's own reply must not replace it.
+    SendPending();
     const QPointer<TFeedLink> self(this);
     const quint64 generation = FGeneration;
     FDelivering = true;
     try {
       OnTCPDataReceived(text);
     } catch (...) {
-      // The handler reports its own failures; anything else must not end the link's owner.
+      // The handler reports its own failures; one that escapes all the
+      // same must not stall the frames behind it.
     }
     if (!self)
       return;

@@ -20,6 +20,11 @@ class TFeedLink : public QObject
 
 public:
   static constexpr int MaxFrameLength = 16384;
+  // The link reads ahead no more than the longest frame, its terminator and
+  // this margin; the rest waits in the kernel, whose full window makes a
+  // flooding parent wait instead of this process grow.
+  static constexpr int ReadAheadMargin = 16384;
+  static constexpr qint64 ReadLimit = MaxFrameLength + 1 + ReadAheadMargin;
   static constexpr int ConnectTimeoutMs = 5000;
   static constexpr int SettleAfterConnectMs = 300;
 
@@ -51,6 +56,11 @@ public:
   void FlushOutMessage(int waitMs);
 
   bool Connecting() const { return FConnecting; }
+  // Bytes taken from the kernel and not yet handed over, in the link's own
+  // buffer and the socket's.
+  qint64 BufferedBytes() const;
+  // Memory the link's own buffer holds, used or not.
+  qint64 BufferCapacity() const { return FBuffer.capacity(); }
 
   // Receives each trimmed, non-empty frame.
   std::function<void(const QString&)> OnTCPDataReceived;
@@ -67,6 +77,7 @@ private:
   void Failed();
   void Drop();
   void ReadAvailable();
+  void TopUp();
   void ProcessFrames();
   void SendPending();
   void ScheduleSend();

@@ -228,6 +228,68 @@ private Q_SLOTS:
     QVERIFY(!link.Active());
   }
 
+  // A parent that floods: the link holds no more than about two frame limits
+  // whatever comes, hands every frame over once and in order, and lets the
+  // memory go once drained. A text assigned between two frames leaves before
+  // the second frame's reply can replace it.
+  void linkBoundedUnderFlood()
+  {
+    TLoopbackParent parent;
+    TFeedLink link;
+    const int count = 20000;
+    int next = 0;
+    int outOfOrder = 0;
+    qint64 most = 0;
+    // Fires between two frames, as the pulse timer would.
+    QTimer pulse;
+    pulse.setSingleShot(true);
+    pulse.setInterval(0);
+    QObject::connect(&pulse, &QTimer::timeout, &link, [&] { link.SetOutMessage(QStringLiteral("Pulse")); });
+    link.OnTCPDataReceived = [&](const QString& text) {
+      if (text != QString::number(next))
+        ++outOfOrder;
+      ++next;
+      most = std::max(most, link.BufferedBytes());
+      if (next == count - 1) {
+        link.SetOutMessage(QStringLiteral("reply"));
+        pulse.start();
+      } else if (next == count) {
+        link.SetOutMessage(QStringLiteral("last"));
+      }
+    };
+    // A plain event loop, as the program's: QTest's waits pause between passes.
+    QEventLoop loop;
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+      if (next == count)
+        loop.quit();
+    });
+    link.SetPort(parent.Port());
+    link.Run();
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(link.Active());
+
+    // About 20 MB: each frame padded with blanks the trim takes off again.
+    const QByteArray padding(500, ' ');
+    QByteArray flood;
+    for (int i = 0; i < count; ++i)
+      flood += padding + QByteArray::number(i) + padding + '\r';
+    parent.FPeer->write(flood);
+    poll.start(20);
+    QTimer::singleShot(60000, &loop, &QEventLoop::quit);
+    loop.exec();
+    QCOMPARE(next, count);
+    QCOMPARE(outOfOrder, 0);
+    QVERIFY2(most <= 2 * TFeedLink::ReadLimit, QByteArray::number(most));
+    QVERIFY2(most > TFeedLink::MaxFrameLength, QByteArray::number(most)); // it did fill up
+    QTRY_COMPARE(link.BufferCapacity(), 0);
+    QCOMPARE(link.BufferedBytes(), 0);
+    QVERIFY(parent.WaitForBytes(23));
+    QTest::qWait(50);
+    QCOMPARE(parent.Received(), QByteArray("reply\r\r\nPulse\r\r\nlast\r\r\n"));
+    QVERIFY(link.Active());
+  }
+
   // A handler that fails in any way, not only with the program's own
   // failure, is reported with its text; the map is left unlocked and the
   // next frame is handled as usual, also when it came through the link.
