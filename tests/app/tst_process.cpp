@@ -15,6 +15,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+
 #include <sys/inotify.h>
 #include <unistd.h>
 
@@ -145,6 +147,19 @@ public:
   }
 };
 
+// Resident memory of a process, in kB, as the kernel counts it.
+qint64 ResidentKb(qint64 pid)
+{
+  QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+  if (!status.open(QIODevice::ReadOnly))
+    return -1;
+  for (const QByteArray& line : status.readAll().split('\n')) {
+    if (line.startsWith("VmRSS:"))
+      return line.mid(6).trimmed().split(' ').first().toLongLong();
+  }
+  return -1;
+}
+
 // Counts the renames of one file into its folder: one per completed save.
 class TSaveCounter
 {
@@ -221,6 +236,167 @@ private Q_SLOTS:
     QVERIFY(ini.contains("; kept comment\r\nMyKey=kept\r\n"));
     QVERIFY(ini.contains("[Elsewhere]\r\nOther=1"));
     QVERIFY(ini.contains("TCPPort=" + QByteArray::number(parent.Server.serverPort())));
+  }
+
+  // A parent gone wrong: 10,000 malformed frames among 10,000 valid ones,
+  // then about 100 MB of valid frames as fast as the kernel takes them.
+  // Every valid frame is applied once and in order (each toggles the window
+  // between minimised and normal, and the program answers each change),
+  // every malformed one is reported once and in order, the pulse keeps its
+  // five seconds, and memory stays where it was.
+  void feedChaos()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    const qint64 pid = parent.Process.processId();
+    QByteArray errors;
+    const auto readErrors = [&] { errors += parent.StandardError(); };
+    // Settled: the window is up and the first pulse has come.
+    QVERIFY(parent.WaitForMessages(1, 8000));
+    readErrors();
+    QVERIFY2(!errors.contains("mapwright: "), errors.constData());
+    const qint64 before = ResidentKb(pid);
+    QVERIFY(before > 0);
+
+    const auto valid = [](int i, int padding) {
+      const QByteArray command = i % 2 == 0 ? "MINIMIZE" : "RESTORE";
+      return QByteArray(padding, ' ') + "<KestrelMapData><System><C COMMAND=\"" + command +
+             "\"/></System><LiveMarkers><Marker ID=\"P" + QByteArray::number(i % 40) +
+             "\" NAME=\"Person\" LOCATION=\"[0001] Hall\" STATUS=\"" + (i % 7 == 0 ? "PANIC" : "ON") +
+             "\" LAT=\"41.3" + QByteArray::number(i % 1000) + "\" LON=\"-80.3" + QByteArray::number(i % 997) +
+             "\" FIXSTATUS=\"GOOD\" FIXRADIUS=\"10\" INIT=\"FALSE\"/></LiveMarkers></KestrelMapData>" +
+             QByteArray(padding, ' ') + '\r';
+    };
+    // Five kinds of damage, two of which name the frame in their message.
+    QList<QByteArray> expectedNames;
+    const auto malformed = [&](int j) -> QByteArray {
+      const QByteArray n = QByteArray::number(j);
+      switch (j % 5) {
+      case 0:
+        expectedNames << "'bad" + n + "' is not a valid floating point value";
+        return "<KestrelMapData><LiveMarkers><M ID=\"X\" LAT=\"bad" + n +
+               "\" LON=\"1\" FIXRADIUS=\"1\"/></LiveMarkers></KestrelMapData>\r";
+      case 1:
+        return "<KestrelMapData><LiveMarkers><M ID=\"" + n + "\r";
+      case 2:
+        return "<Other n=\"" + n + "\"/>\r";
+      case 3:
+        expectedNames << "'r" + n + "' is not a valid integer value";
+        return "<KestrelMapData><LiveMarkers><M ID=\"X\" LAT=\"1\" LON=\"1\" FIXRADIUS=\"r" + n +
+               "\"/></LiveMarkers></KestrelMapData>\r";
+      default: {
+        QByteArray noise = "x";
+        for (int k = 0; k < 200; ++k) {
+          const char byte = static_cast<char>((j * 131 + k * 17) % 256);
+          noise += byte == '\r' ? 'y' : byte;
+        }
+        return noise + '\r';
+      }
+      }
+    };
+    QByteArray chaos;
+    for (int i = 0; i < 10000; ++i)
+      chaos += valid(i, 0) + malformed(i);
+
+    // The flood: frames of about 16,000 characters, blanks around the
+    // document, which the trim takes off.
+    const int floodFrames = 6400;
+    qint64 peak = before;
+    int sent = 0;
+    const auto feed = [&] {
+      parent.Pump();
+      readErrors();
+      peak = std::max(peak, ResidentKb(pid));
+      if (parent.Peer->bytesToWrite() > (1 << 20))
+        return;
+      if (!chaos.isEmpty()) {
+        parent.Peer->write(chaos);
+        chaos.clear();
+        return;
+      }
+      // One write a batch: the socket hands the kernel one written block per pass.
+      QByteArray batch;
+      for (int k = 0; k < 64 && sent < floodFrames; ++k, ++sent)
+        batch += valid(10000 + sent, 7800);
+      parent.Peer->write(batch);
+    };
+    const int replies = 10000 + floodFrames;
+    const auto answers = [&] {
+      qsizetype count = 0;
+      for (const TMessage& m : parent.Messages)
+        count += m.Text != "Pulse";
+      return count;
+    };
+    const qint64 start = parent.Clock.elapsed();
+    QVERIFY(QTest::qWaitFor([&] {
+      feed();
+      return answers() >= 10000;
+    }, 240000));
+    const qint64 chaosMs = parent.Clock.elapsed() - start;
+    const qint64 afterChaos = ResidentKb(pid);
+    QVERIFY(QTest::qWaitFor([&] {
+      feed();
+      return answers() >= replies;
+    }, 240000));
+    const qint64 floodMs = parent.Clock.elapsed() - start - chaosMs;
+    // Long enough for a few pulses.
+    QVERIFY(QTest::qWaitFor([&] {
+      feed();
+      return parent.Messages.size() - answers() >= 4;
+    }, 30000));
+    QTest::qWait(1000);
+    feed();
+    const qint64 after = ResidentKb(pid);
+
+    QList<qint64> pulses;
+    QByteArrayList order;
+    for (const TMessage& m : parent.Messages) {
+      if (m.Text == "Pulse")
+        pulses << m.AtMs;
+      else
+        order << m.Text;
+    }
+    int steps = 0;
+    for (qsizetype i = 0; i < order.size(); ++i)
+      steps += order[i] == (i % 2 == 0 ? "Minimized" : "Normal");
+    QList<qint64> gaps;
+    for (qsizetype i = 1; i < pulses.size(); ++i)
+      gaps << pulses[i] - pulses[i - 1];
+    std::sort(gaps.begin(), gaps.end());
+    const qint64 median = gaps.isEmpty() ? 0 : gaps[gaps.size() / 2];
+    const qint64 longest = gaps.isEmpty() ? 0 : gaps.last();
+    QByteArrayList named;
+    qsizetype messages = 0;
+    for (const QByteArray& line : errors.split('\n')) {
+      if (!line.startsWith("mapwright: message: "))
+        continue;
+      ++messages;
+      const QByteArray text = line.mid(20);
+      if (text.endsWith(" is not a valid floating point value") || text.endsWith(" is not a valid integer value"))
+        named << text;
+    }
+    qInfo("valid frames applied: %d of %d; malformed frames reported: %lld; pulse gaps ms: median %lld, "
+          "max %lld over %lld gaps; RSS MB: before %.1f, after the mixed frames %.1f, peak %.1f, after %.1f; "
+          "mixed frames %lld ms, flood %lld ms",
+          steps, replies, static_cast<long long>(messages), static_cast<long long>(median),
+          static_cast<long long>(longest), static_cast<long long>(gaps.size()), before / 1024.0,
+          afterChaos / 1024.0, peak / 1024.0, after / 1024.0, static_cast<long long>(chaosMs),
+          static_cast<long long>(floodMs));
+
+    QCOMPARE(order.size(), replies);
+    QCOMPARE(steps, replies);
+    QCOMPARE(messages, 10000);
+    QCOMPARE(named, expectedNames);
+    QVERIFY(gaps.size() >= 3);
+    // Whole seconds on a 500 ms tick: 5.0 to 5.5 s, and a busy machine adds a little.
+    QVERIFY2(median >= 4400 && median <= 6000, QByteArray::number(median));
+    QVERIFY2(longest <= 7000, QByteArray::number(longest));
+    QVERIFY2(peak - before < 32 * 1024, QByteArray::number(peak - before));
+    QVERIFY2(after - before < 32 * 1024, QByteArray::number(after - before));
+    QVERIFY(parent.Finish(20000));
+    QCOMPARE(parent.Process.exitCode(), 0);
   }
 
   // Static markers and custom images are read at start and written back
