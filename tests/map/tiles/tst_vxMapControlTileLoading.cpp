@@ -231,13 +231,15 @@ private Q_SLOTS:
     F.Source().GetTileImageSource({9, 9, 6}, &LSlot.Face());
     QVERIFY(!LSlot.Mask(0, 0).IsValid());
     F.Source().StartLoadTiles();
+    // Settled as the worker finds the body bad; the quarters come with the
+    // hand-over to the main thread.
     QTRY_VERIFY(LSlot.IsSettled());
+    QTRY_VERIFY(F.Idle());
     QVERIFY(!LSlot.IsReady());
     QCOMPARE(LSlot.Face().Source()->Status(), tisLoading);
     for (int X = 0; X < 2; ++X)
       for (int Y = 0; Y < 2; ++Y)
         QVERIFY(LSlot.Mask(X, Y).IsValid());
-    QTRY_VERIFY(F.Idle());
     F.Request({9, 9, 6});
     QTest::qWait(100);
     QCOMPARE(F.Server.RequestCount(LGarbage), 1);
