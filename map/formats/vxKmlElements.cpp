@@ -2,6 +2,10 @@
 
 #include <QXmlStreamReader>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -294,7 +298,164 @@ TvxKmlXmlNode TvxKmlXmlDocument::DocumentElement() const
   return FNodes.empty() ? TvxKmlXmlNode() : TvxKmlXmlNode(this, 0);
 }
 
-void TvxKmlXmlDocument::Load(QIODevice& AStream)
+// Memory guard
+
+TvxKmlMemoryGuard::TvxKmlMemoryGuard(qint64 AFileSize)
+  : FBudget(std::max(MinimumBudget, AFileSize > 0 ? AFileSize * BudgetFactor : 0)), FStart(HeapInUse())
+{
+}
+
+qint64 TvxKmlMemoryGuard::HeapInUse()
+{
+#ifdef __GLIBC__
+  // Live allocations only: what the load holds, not what it freed.
+  const struct mallinfo2 Info = mallinfo2();
+  return qint64(Info.uordblks + Info.hblkhd);
+#else
+  return 0;
+#endif
+}
+
+void TvxKmlMemoryGuard::Check() const
+{
+  if (HeapInUse() - FStart > FBudget)
+    throw EvxKmlTooLargeError(
+      QStringLiteral("Loading it would take more than %1 MB of memory.").arg(FBudget >> 20).toStdString());
+}
+
+namespace
+{
+
+// Counts the attributes of each start tag in the raw bytes, before the XML
+// reader sees them. It knows comments, CDATA sections, processing
+// instructions, declarations and quoted values, which is all that can hide
+// an "=" outside a start tag.
+class TAttributeScanner
+{
+public:
+  // False when a start tag has more than AMax attributes.
+  bool Scan(QByteArrayView AData, int AMax)
+  {
+    for (const char Char : AData)
+    {
+      switch (FState)
+      {
+      case sText:
+        if (Char == '<')
+          FState = sOpen;
+        break;
+      case sOpen:
+        if (Char == '!')
+        {
+          FState = sBang;
+          FBang.clear();
+        }
+        else if (Char == '?')
+          FState = sInstruction;
+        else if (Char == '/')
+          FState = sEndTag;
+        else
+        {
+          FState = sStartTag;
+          FQuote = 0;
+          FCount = 0;
+        }
+        FRun = 0;
+        break;
+      case sStartTag:
+        if (FQuote)
+        {
+          if (Char == FQuote)
+            FQuote = 0;
+        }
+        else if (Char == '"' || Char == '\'')
+          FQuote = Char;
+        else if (Char == '=')
+        {
+          if (++FCount > AMax)
+            return false;
+        }
+        else if (Char == '>')
+          FState = sText;
+        break;
+      case sEndTag:
+        if (Char == '>')
+          FState = sText;
+        break;
+      case sBang:
+        FBang += Char;
+        if (FBang == "--")
+          FState = sComment;
+        else if (FBang == "[CDATA[")
+          FState = sData;
+        else if (!QByteArrayView("--").startsWith(FBang) && !QByteArrayView("[CDATA[").startsWith(FBang))
+        {
+          FState = sDeclaration;
+          FDepth = 0;
+          FQuote = 0;
+          if (Char == '>')
+            FState = sText;
+        }
+        break;
+      case sComment:
+        if (Char == '>' && FRun >= 2)
+          FState = sText;
+        FRun = Char == '-' ? FRun + 1 : 0;
+        break;
+      case sData:
+        if (Char == '>' && FRun >= 2)
+          FState = sText;
+        FRun = Char == ']' ? FRun + 1 : 0;
+        break;
+      case sInstruction:
+        if (Char == '>' && FRun >= 1)
+          FState = sText;
+        FRun = Char == '?' ? 1 : 0;
+        break;
+      case sDeclaration:
+        // A document type with its internal subset: nested markup and
+        // quoted literals.
+        if (FQuote)
+        {
+          if (Char == FQuote)
+            FQuote = 0;
+        }
+        else if (Char == '"' || Char == '\'')
+          FQuote = Char;
+        else if (Char == '<')
+          ++FDepth;
+        else if (Char == '>' && FDepth-- == 0)
+          FState = sText;
+        break;
+      }
+    }
+    return true;
+  }
+
+private:
+  enum TState
+  {
+    sText,
+    sOpen,
+    sStartTag,
+    sEndTag,
+    sBang,
+    sComment,
+    sData,
+    sInstruction,
+    sDeclaration
+  };
+  TState FState = sText;
+  char FQuote = 0;
+  int FCount = 0;
+  int FRun = 0;
+  int FDepth = 0;
+  QByteArray FBang;
+};
+
+} // namespace
+
+void TvxKmlXmlDocument::Load(QIODevice& AStream, const TvxKmlMemoryGuard* AGuard)
 {
   FNodes.clear();
   FAttributes.clear();
@@ -322,7 +483,7 @@ void TvxKmlXmlDocument::Load(QIODevice& AStream)
   std::vector<TOpen> Open;
   Open.reserve(32);
 
-  QXmlStreamReader Reader(&AStream);
+  QXmlStreamReader Reader;
   // Prefixes stay part of the names.
   Reader.setNamespaceProcessing(false);
   const auto Fail = [&Reader](const QString& AMessage) {
@@ -333,9 +494,43 @@ void TvxKmlXmlDocument::Load(QIODevice& AStream)
                              .toStdString());
   };
 
-  while (!Reader.atEnd())
+  // The reader gets the bytes a piece at a time, each scanned first; the
+  // guard looks at the heap after each piece and every so many tokens.
+  constexpr qint64 PieceSize = 1 << 20;
+  constexpr int TokensPerCheck = 1 << 16;
+  TAttributeScanner Scanner;
+  const auto Feed = [&]() -> bool {
+    const QByteArray Piece = AStream.read(PieceSize);
+    if (Piece.isEmpty())
+      return false;
+    if (!Scanner.Scan(Piece, MaxAttributes))
+      throw EvxKmlParseError(
+        QStringLiteral("Unsupported XML: an element has more than %1 attributes").arg(MaxAttributes).toStdString());
+    Reader.addData(Piece);
+    if (AGuard)
+      AGuard->Check();
+    return true;
+  };
+  Feed();
+  int Tokens = 0;
+
+  for (;;)
   {
-    switch (Reader.readNext())
+    const QXmlStreamReader::TokenType Token = Reader.readNext();
+    if (Reader.hasError())
+    {
+      if (Reader.error() == QXmlStreamReader::PrematureEndOfDocumentError && Feed())
+        continue;
+      break;
+    }
+    if (Token == QXmlStreamReader::EndDocument)
+      break;
+    if (AGuard && ++Tokens == TokensPerCheck)
+    {
+      Tokens = 0;
+      AGuard->Check();
+    }
+    switch (Token)
     {
     case QXmlStreamReader::StartElement:
     {
@@ -765,11 +960,21 @@ void TvxKmlStyleMap::Parse(const TvxKmlXmlNode& ANode)
 
 // The root
 
-void TvxKmlRoot::Parse(QIODevice& AStream)
+void TvxKmlRoot::Parse(QIODevice& AStream, const TvxKmlMemoryGuard* AGuard)
 {
   TvxKmlXmlDocument Document;
-  Document.Load(AStream);
-  Parse(Document);
+  Document.Load(AStream, AGuard);
+  FGuard = AGuard;
+  try
+  {
+    Parse(Document);
+  }
+  catch (...)
+  {
+    FGuard = nullptr;
+    throw;
+  }
+  FGuard = nullptr;
 }
 
 void TvxKmlRoot::Parse(const TvxKmlXmlDocument& ADocument)
@@ -795,6 +1000,8 @@ void TvxKmlRoot::Parse(const TvxKmlXmlNode& ANode)
     if (!Element)
       continue;
     Element->Parse(Child);
+    if (FGuard && (++FParsedCount & 1023) == 0)
+      FGuard->Check();
     if (Name == kmlnStyle)
     {
       if (auto Style = Downcast<TvxKmlStyle>(std::move(Element)))

@@ -34,6 +34,36 @@ public:
   using std::runtime_error::runtime_error;
 };
 
+// A file that would take more memory to load than a load may have.
+class EvxKmlTooLargeError : public std::runtime_error
+{
+public:
+  using std::runtime_error::runtime_error;
+};
+
+// The memory one load may take: MinimumBudget, or BudgetFactor times the
+// file if that is more. What the heap holds beyond its size at the start
+// of the load is checked as the load goes on.
+class TvxKmlMemoryGuard
+{
+public:
+  // Tests lower these.
+  static inline qint64 MinimumBudget = qint64(256) << 20;
+  static inline int BudgetFactor = 10;
+
+  // A size of 0 or less: the minimum.
+  explicit TvxKmlMemoryGuard(qint64 AFileSize);
+  qint64 Budget() const { return FBudget; }
+  // Throws EvxKmlTooLargeError when the load holds more than the budget.
+  void Check() const;
+  // The heap in use by the process, in bytes.
+  static qint64 HeapInUse();
+
+private:
+  qint64 FBudget;
+  qint64 FStart;
+};
+
 // The names the model asks for. A document gives them these ids, so that a
 // lookup by name is an integer compare; the first twenty are the elements
 // of the factory, in its order.
@@ -135,13 +165,18 @@ public:
   // Deeper nesting fails like malformed XML; it bounds every recursion over
   // the tree.
   static constexpr int MaxDepth = 1024;
+  // The XML reader checks the attributes of an element against each other,
+  // in time that grows with the square of their count; an element with
+  // more is refused before the reader sees it.
+  static constexpr int MaxAttributes = 256;
 
   TvxKmlXmlDocument();
   TvxKmlXmlDocument(const TvxKmlXmlDocument&) = delete;
   TvxKmlXmlDocument& operator=(const TvxKmlXmlDocument&) = delete;
 
-  // Throws EvxKmlParseError with the line and column of the fault.
-  void Load(QIODevice& AStream);
+  // Throws EvxKmlParseError with the line and column of the fault, and
+  // EvxKmlTooLargeError when a guard is given and the tree outgrows it.
+  void Load(QIODevice& AStream, const TvxKmlMemoryGuard* AGuard = nullptr);
   TvxKmlXmlNode DocumentElement() const;
   // The id of a name met in the document or known to the model, else -1.
   int FindName(QStringView AName) const;
@@ -637,8 +672,9 @@ protected:
 class TvxKmlRoot : public TvxKmlElement
 {
 public:
-  // Loads the XML from the stream and parses it; throws on bad content.
-  void Parse(QIODevice& AStream);
+  // Loads the XML from the stream and parses it; throws on bad content, and
+  // when a guard is given and the load outgrows it.
+  void Parse(QIODevice& AStream, const TvxKmlMemoryGuard* AGuard = nullptr);
   void Parse(const TvxKmlXmlDocument& ADocument);
   void Parse(const TvxKmlXmlNode& ANode) override;
 
@@ -665,6 +701,8 @@ private:
   TvxKmlElementList<TvxKmlStyle> FStyles;
   TvxKmlElementList<TvxKmlStyleMap> FStyleMaps;
   TvxKmlElementList<TvxKmlPlacemark> FPlacemarks;
+  const TvxKmlMemoryGuard* FGuard = nullptr;
+  int FParsedCount = 0;
   // Lookups by id instead of a walk of the lists per placemark, with the
   // same answers: the first style, the last style map.
   mutable QHash<QString, const TvxKmlStyle*> FStyleIndex;

@@ -484,8 +484,22 @@ TvxMapControlKmlFileLoader::~TvxMapControlKmlFileLoader() = default;
 
 void TvxMapControlKmlFileLoader::LoadFromStream(QIODevice& AStream)
 {
+  try
+  {
+    LoadGuarded(AStream);
+  }
+  catch (const EvxKmlTooLargeError& E)
+  {
+    // Told to the user, unlike bad content.
+    throw EFTooLargeError(E.what());
+  }
+}
+
+void TvxMapControlKmlFileLoader::LoadGuarded(QIODevice& AStream)
+{
+  const TvxKmlMemoryGuard Guard(AStream.isSequential() ? 0 : AStream.size());
   TvxKmlRoot Root;
-  Root.Parse(AStream);
+  Root.Parse(AStream, &Guard);
 
   // Icons and converters live for this load only, and the update bracket
   // closes, whatever happens.
@@ -506,8 +520,11 @@ void TvxMapControlKmlFileLoader::LoadFromStream(QIODevice& AStream)
     }
   } Load(*this);
 
+  int Count = 0;
   for (const auto& Placemark : Root.Placemarks())
   {
+    if ((++Count & 1023) == 0)
+      Guard.Check();
     const TvxKmlStyle* Normal = nullptr;
     const TvxKmlStyle* Highlighted = nullptr;
     Root.ResolveElementStyles(*Placemark, Normal, Highlighted);

@@ -182,7 +182,9 @@ public:
   TvxMapControlKmlFileLoader& operator=(const TvxMapControlKmlFileLoader&) = delete;
   ~TvxMapControlKmlFileLoader();
 
-  // Throws on bad content; the layer's guard clears what was made.
+  // Throws on bad content; the layer's guard clears what was made. A load
+  // that would hold more memory than TvxKmlMemoryGuard allows the stream's
+  // size throws EFTooLargeError, which the layer passes on.
   void LoadFromStream(QIODevice& AStream);
 
   TvxMapItemFileLayer& Owner() const { return FOwner; }
@@ -196,6 +198,7 @@ public:
   QImage GetIcon(const QString& AHref);
 
 private:
+  void LoadGuarded(QIODevice& AStream);
   static QImage LoadIcon(const QString& AHref);
 
   TvxMapItemFileLayer& FOwner;

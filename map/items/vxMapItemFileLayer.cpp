@@ -4,17 +4,45 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <cerrno>
 #include <exception>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace
 {
 
+// Opens a regular file for reading. A FIFO or a device would block the
+// open, or never end; they are refused before anything waits on them.
+void OpenRegularFile(QFile& AFile, const QString& AFileName)
+{
+  const QByteArray Path = QFile::encodeName(AFileName);
+  const int Handle = ::open(Path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (Handle < 0)
+    throw EFOpenError(QStringLiteral("Cannot open file \"%1\". %2").arg(AFileName, qt_error_string(errno)).toStdString());
+  struct stat Status;
+  if (::fstat(Handle, &Status) != 0 || !S_ISREG(Status.st_mode))
+  {
+    ::close(Handle);
+    throw EFOpenError(
+      QStringLiteral("Cannot open file \"%1\". It is not a regular file.").arg(AFileName).toStdString());
+  }
+  ::fcntl(Handle, F_SETFL, ::fcntl(Handle, F_GETFL) & ~O_NONBLOCK);
+  if (!AFile.open(Handle, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle))
+  {
+    ::close(Handle);
+    throw EFOpenError(QStringLiteral("Cannot open file \"%1\". %2").arg(AFileName, AFile.errorString()).toStdString());
+  }
+}
+
 QByteArray ReadWholeFile(const QString& AFileName)
 {
-  QFile File(AFileName);
-  if (!File.open(QIODevice::ReadOnly))
-    throw EFOpenError(QStringLiteral("Cannot open file \"%1\". %2").arg(AFileName, File.errorString()).toStdString());
-  QByteArray Data = File.readAll();
+  QFile File;
+  OpenRegularFile(File, AFileName);
+  // No more than the size it had when opened, should it grow meanwhile.
+  QByteArray Data = File.read(File.size());
   if (File.error() != QFileDevice::NoError)
     throw EFOpenError(QStringLiteral("Cannot read file \"%1\". %2").arg(AFileName, File.errorString()).toStdString());
   return Data;
@@ -104,10 +132,18 @@ void TvxMapItemFileLayer::LoadFromFile(const QString& AFileName)
   // The file type decides; the extension plays no part.
   if (FFileType == miftKml)
   {
-    QByteArray Data = ReadWholeFile(FFileName);
-    QBuffer Stream(&Data);
-    Stream.open(QIODevice::ReadOnly);
-    LoadFromStream(Stream);
+    // Read as it parses: no copy of the whole file in memory.
+    QFile Stream;
+    OpenRegularFile(Stream, FFileName);
+    try
+    {
+      LoadFromStream(Stream);
+    }
+    catch (const EFTooLargeError& E)
+    {
+      throw EFTooLargeError(
+        QStringLiteral("Cannot load file \"%1\". %2").arg(FFileName, QString::fromUtf8(E.what())).toStdString());
+    }
     return;
   }
   const QString ShapesName = ChangeFileExt(FFileName, QStringLiteral(".shp"));
@@ -143,6 +179,15 @@ void TvxMapItemFileLayer::RunLoader(TLoad ALoad)
   {
     ALoad();
     FActive = true;
+  }
+  catch (const EFTooLargeError& E)
+  {
+    // Not the content's fault: the file is more than this program reads,
+    // and whoever loads it is told.
+    FLastError = QString::fromUtf8(E.what());
+    MapItems().Clear();
+    MapItems().EndUpdate();
+    throw;
   }
   catch (const std::exception& E)
   {

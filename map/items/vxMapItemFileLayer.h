@@ -26,6 +26,13 @@ public:
   using std::runtime_error::runtime_error;
 };
 
+// A file that would take more memory to load than a load may have.
+class EFTooLargeError : public EFOpenError
+{
+public:
+  using EFOpenError::EFOpenError;
+};
+
 // The loaders by file type. A loader fills the layer's items and throws on
 // bad content.
 class TvxRegisteredMapItemFileLoaders
@@ -63,7 +70,8 @@ public:
   void SetFileType(TvxMapItemFileType AValue);
 
   // Bad content leaves the layer empty and inactive without a message; a
-  // file that cannot be read throws EFOpenError.
+  // file that cannot be read, is no regular file, or is too large to load
+  // throws EFOpenError.
   void LoadFromFile(const QString& AFileName);
   void LoadFromStream(QIODevice& AStream);
   void LoadShapeFileFromStream(QIODevice& AShapes, QIODevice& ATable);

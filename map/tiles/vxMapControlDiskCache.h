@@ -8,14 +8,16 @@
 #include "vxMapControlTypes.h"
 
 #include <QByteArray>
+#include <QByteArrayView>
 #include <QDateTime>
 #include <QHash>
 #include <QElapsedTimer>
 #include <QString>
 
-#include <list>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 // A map file that cannot be read or written, or a tile that cannot be saved.
 class EvxDiskCacheError : public std::runtime_error
@@ -32,19 +34,20 @@ QDateTime vxDaysToDateTime(double ADays);
 // "<prefix>_<x>_<y>_<level>.teramapcache"
 QString vxMapControlTileFileName(const TvxMapControlTileIndex& AIndex, const QString& APrefix);
 
-struct TvxMapControlCacheMapItem
-{
-  QString FName;
-  qint32 FSize = 0;
-  double FTime = 0;
-};
-
 class TvxMapControlDiskCache;
 
+// The lines of the map file in memory. A million lines must load in well
+// under a second and a hundred megabytes, so an item is a small record in
+// one array, linked newest first by index; a name of the usual form
+// "<prefix>_<x>_<y>_<level>.teramapcache" is kept as its numbers and a
+// shared prefix, any other name whole, and an open-addressed table finds
+// the newest item of a name, ignoring case.
 class TvxMapControlDiskCacheMap
 {
 public:
   static constexpr const char* FileName = "vxcache.map";
+  using TItemId = qint32;
+  static constexpr TItemId NoItem = -1;
 
   explicit TvxMapControlDiskCacheMap(TvxMapControlDiskCache* ACache) : FCache(ACache) {}
   TvxMapControlDiskCacheMap(const TvxMapControlDiskCacheMap&) = delete;
@@ -62,29 +65,71 @@ public:
   // not parse are skipped. Returns how many were added.
   int MergeFromFile(const QString& AFileName, const QString& ARoot);
 
-  // The newest item of that name, ignoring case; null if none.
-  TvxMapControlCacheMapItem* GetItem(const QString& AName);
+  // The newest item of that name, ignoring case; NoItem if none.
+  TItemId GetItem(const QString& AName) const;
   // A new item at the front, used now; a name already listed gets a second
   // item. The cache writes the map file.
-  TvxMapControlCacheMapItem* PushItem(const QString& AName, qint32 ASize);
-  void RemoveItem(TvxMapControlCacheMapItem* AItem);
+  TItemId PushItem(const QString& AName, qint32 ASize);
+  void RemoveItem(TItemId AItem);
   // Marks the item used now, in memory only; its place stays.
-  void UpdateItem(TvxMapControlCacheMapItem* AItem);
+  void UpdateItem(TItemId AItem);
+
+  // The name as the file lists it, its size in bytes and its last use.
+  QString Name(TItemId AItem) const;
+  qint32 ItemSize(TItemId AItem) const { return FItems[size_t(AItem)].Size; }
+  double ItemTime(TItemId AItem) const { return FItems[size_t(AItem)].Time; }
 
   qint64 Size() const { return FSize; }
-  const std::list<TvxMapControlCacheMapItem>& Items() const { return FItems; }
-  TvxMapControlCacheMapItem* Oldest() { return FItems.empty() ? nullptr : &FItems.back(); }
+  int Count() const { return FCount; }
+  TItemId Newest() const { return FNewest; }
+  TItemId Oldest() const { return FOldest; }
 
 private:
-  TvxMapControlCacheMapItem* Add(TvxMapControlCacheMapItem AItem, bool AFront);
+  struct TItem
+  {
+    double Time = 0;
+    qint32 Size = 0;
+    // The list, newest first, and the next older item of the same name.
+    TItemId Newer = NoItem;
+    TItemId Older = NoItem;
+    TItemId OlderSame = NoItem;
+    // X and Y of a tile name, or where a name kept whole lies in FNames.
+    qint32 A = 0;
+    qint32 B = 0;
+    // The level; -1 for a name kept whole, -2 for a free record.
+    qint16 Level = -1;
+    quint16 Prefix = 0;
+    // Of the name, so that probes and rehashes need not spell it out.
+    quint32 Hash = 0;
+  };
+  using TName = std::string;
+
+  TItemId Add(QByteArrayView AName, double ATime, qint32 ASize, bool AFront);
+  void Store(TItem& AItem, QByteArrayView AName);
+  // The name's bytes, into AOut; returns the view of them.
+  QByteArrayView NameBytes(const TItem& AItem, TName& AOut) const;
+  static quint64 HashOf(QByteArrayView AName);
+  static bool SameName(QByteArrayView A, QByteArrayView B);
+  // The slot of the name in FIndex: where its newest item is, or the empty
+  // slot where it would go.
+  size_t FindSlot(QByteArrayView AName, quint64 AHash) const;
+  void GrowIndex();
+  void EraseSlot(size_t ASlot);
+  void Unlink(TItemId AItem);
 
   TvxMapControlDiskCache* FCache;
-  std::list<TvxMapControlCacheMapItem> FItems;
-  // Beside the list: the newest item of each name, and how many items a
-  // name has, so that lookups and evictions stay cheap in large caches.
-  QHash<QString, TvxMapControlCacheMapItem*> FNewest;
-  QHash<QString, int> FNameCounts;
+  std::vector<TItem> FItems;
+  TItemId FFree = NoItem;
+  TItemId FNewest = NoItem;
+  TItemId FOldest = NoItem;
+  int FCount = 0;
   qint64 FSize = 0;
+  // Linear probing over a power-of-two table of item ids, at most half full.
+  std::vector<TItemId> FIndex;
+  int FIndexUsed = 0;
+  std::vector<QByteArray> FPrefixes;
+  QHash<QByteArray, quint16> FPrefixIds;
+  std::string FNames;
 };
 
 class TvxMapControlDiskCache
@@ -108,6 +153,10 @@ public:
   // The full path of a usable tile file; false if the map does not list it,
   // the file is gone, or it has expired (then it is deleted).
   bool TryRetrieveFileName(const TvxMapControlTileIndex& AIndex, const QString& APrefix, QString& AFileName);
+
+  // A tile file that no longer decodes: deleted, and out of the map, so
+  // that the tile comes from the network again.
+  void DropFile(const QString& AFileName);
 
   TvxMapControlDiskCacheMap& CacheMap() const { return *FCacheMap; }
   // Writes the map file if it changed since the last write; also done at

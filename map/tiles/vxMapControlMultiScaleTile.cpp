@@ -55,8 +55,10 @@ bool TvxMapControlTileImageSource::CreateImage(const QByteArray& AData)
   if (LImage.isNull())
   {
     FSource = QImage();
+    FDecodeFailed.store(true);
     return false;
   }
+  FDecodeFailed.store(false);
   // Converted here, on the worker, so that painting never converts.
   if (LImage.format() != QImage::Format_ARGB32_Premultiplied && LImage.format() != QImage::Format_RGB32)
     LImage = LImage.convertToFormat(LImage.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied
@@ -235,11 +237,20 @@ bool TvxMapControlTileImageRemoteLoadingTask::DoLoad()
       return false;
     }
   }
-  return CreateImage(FContent);
+  FUndecodable = !CreateImage(FContent);
+  return true;
 }
 
 void TvxMapControlTileImageRemoteLoadingTask::RaiseImageLoaded()
 {
+  if (FUndecodable)
+  {
+    // Stays "loading", so it is not asked for again while in memory; the
+    // slot is told, and shows what other levels have.
+    if (FTileImageSource->OnImageLoaded)
+      FTileImageSource->OnImageLoaded();
+    return;
+  }
   FLoadingQueueManager->TileSource()->PushToDisk(*FTileImageSource, FContent);
   TvxMapControlTileImageLoadingTask::RaiseImageLoaded();
 }
@@ -254,8 +265,17 @@ bool TvxMapControlTileImageDiskLoadingTask::DoLoad()
     return false;
   }
   // A file that does not decode still counts as loaded: it paints nothing.
-  CreateImage(LFile.readAll());
+  // One of the disk cache's is damaged, and goes.
+  FDamaged = !CreateImage(LFile.readAll()) && FFromDiskCache;
   return true;
+}
+
+void TvxMapControlTileImageDiskLoadingTask::RaiseImageLoaded()
+{
+  if (FDamaged)
+    FLoadingQueueManager->TileSource()->DropDamagedFile(FTileImageSource, FUri);
+  else
+    TvxMapControlTileImageLoadingTask::RaiseImageLoaded();
 }
 
 // Worker
@@ -428,7 +448,8 @@ void TvxMapControlTileImageSourceLoadingQueueManager::DestroyTileImageLoadingTas
   TvxMapControlTileImageSource* LSource = ATask->TileImageSource();
   if (LSource->NeedToBeDestroying())
     ATask->FOwnedSource.reset();
-  else
+  else if (LSource->FTask == ATask.get())
+    // A damaged cache file's source has its next task already.
     LSource->FTask = nullptr;
   ATask.reset();
 }
@@ -568,11 +589,13 @@ void TvxMapControlMultiScaleTileSource::AddLoadingTask(TvxMapControlTileImageSou
 {
   const TvxMapControlTileIndex& LIndex = ASource->Index();
   QString LUri;
-  if (!FDiskCache || !FDiskCache->TryRetrieveFileName(LIndex, TilePrefix(), LUri))
+  const bool LFromCache = FDiskCache && FDiskCache->TryRetrieveFileName(LIndex, TilePrefix(), LUri);
+  if (!LFromCache)
     LUri = GetTileUri(LIndex.Level, LIndex.X, LIndex.Y);
   if (LUri.isEmpty())
     return;
   std::unique_ptr<TvxMapControlTileImageLoadingTask> LTask = CreateTileImageLoadingTask(ASource, LUri);
+  LTask->SetFromDiskCache(LFromCache);
   {
     QMutexLocker LLock(&FLoadingQueueManager->FTaskDestroyingLock);
     ASource->FTask = LTask.get();
@@ -671,6 +694,24 @@ void TvxMapControlMultiScaleTileSource::PushToDisk(const TvxMapControlTileImageS
   }
 }
 
+void TvxMapControlMultiScaleTileSource::DropDamagedFile(TvxMapControlTileImageSource* ASource,
+                                                        const QString& AFileName)
+{
+  if (FDiskCache)
+  {
+    FDiskCache->DropFile(AFileName);
+    if (!FMapFlushTimer.isActive())
+      FMapFlushTimer.start();
+  }
+  // Not failed while the network is asked: a view waits for it.
+  ASource->FDecodeFailed.store(false);
+  ASource->SetStatus(tisNone);
+  // Without a disk cache (it was closed meanwhile) the next try is the
+  // network's all the same.
+  AddLoadingTask(ASource);
+  StartLoadTiles();
+}
+
 int TvxMapControlMultiScaleTileSource::GetSubdomainIndex(int ACount)
 {
   const int LNext = FCurrentSubdomainIndex + 1;
@@ -738,6 +779,10 @@ void TvxMapControlBitmapTile::SetSource(TvxMapControlTileImageSource* AValue)
 void TvxMapControlBitmapTile::SourceImageLoaded()
 {
   FImage = FSource ? FSource->Image() : QImage();
+  // No image after all: the slot looks again for substitutes that came
+  // since its layout.
+  if (FImage.isNull() && FOwningTile->ViewPort()->TileSource())
+    FOwningTile->UpdateBitmaps();
   FOwningTile->InvalidateRect(FBounds);
 }
 
@@ -784,7 +829,7 @@ bool TvxMapControlMultiScaleTile::IsReady() const
 
 bool TvxMapControlMultiScaleTile::IsSettled() const
 {
-  return IsReady() || (FFace->Source() && FFace->Source()->Status() == tisFailed);
+  return IsReady() || (FFace->Source() && FFace->Source()->HasFailed());
 }
 
 void TvxMapControlMultiScaleTile::InvalidateRect(const QRect& ARect)

@@ -72,6 +72,16 @@ public:
   // Main thread, once the status is loaded.
   const QImage& Image() const { return FSource; }
   bool IsLoaded() const { return Status() == tisLoaded; }
+  // The last bytes it got did not decode. A remote tile stays "loading" so
+  // that it is not asked for again, but shows as failed: the slot paints
+  // substitutes and nobody waits for it.
+  bool DecodeFailed() const { return FDecodeFailed.load(); }
+  // Failed, or done without an image to show.
+  bool HasFailed() const
+  {
+    const TvxMapControlTileImageStatus LStatus = Status();
+    return LStatus == tisFailed || (LStatus != tisNone && DecodeFailed());
+  }
   QSize Size() const { return {FWidth.load(), FHeight.load()}; }
   virtual qint64 GetMemoryUsage() const { return qint64(FWidth.load()) * FHeight.load() * 4; }
   // A plain count, so that workers may read it.
@@ -105,6 +115,7 @@ private:
   std::atomic<int> FHeight;
   QImage FSource;
   std::atomic<int> FStatus = tisNone;
+  std::atomic<bool> FDecodeFailed = false;
   // Guarded by the queue manager's destroying lock.
   TvxMapControlTileImageLoadingTask* FTask = nullptr;
   // Place in the store's use order.
@@ -159,6 +170,9 @@ public:
   const QString& Uri() const { return FUri; }
   // Any thread: the tile is being thrown away; a remote load ends its GET.
   void Abort() { FAborted.store(true); }
+  // The file is the disk cache's: one that no longer decodes is dropped.
+  bool FromDiskCache() const { return FFromDiskCache; }
+  void SetFromDiskCache(bool AValue) { FFromDiskCache = AValue; }
 
 protected:
   virtual bool DoLoad() = 0;
@@ -171,6 +185,7 @@ protected:
   TvxMapControlTileImageSource* FTileImageSource;
   QString FUri;
   std::atomic<bool> FAborted = false;
+  bool FFromDiskCache = false;
 
 private:
   friend class TvxMapControlTileImageSourceLoadingQueueManager;
@@ -195,6 +210,9 @@ protected:
 
 private:
   int FHTTPStatus = -1;
+  // A 200 whose body is no image: handed over all the same, so that the
+  // slot shows substitutes at once, but neither cached nor loaded.
+  bool FUndecodable = false;
   TvxMapControlHttpRequest::TValidateServerCertificate FOnValidateServerCertificate;
   // The bytes as they came, for the disk cache.
   QByteArray FContent;
@@ -205,8 +223,15 @@ class TvxMapControlTileImageDiskLoadingTask : public TvxMapControlTileImageLoadi
 public:
   using TvxMapControlTileImageLoadingTask::TvxMapControlTileImageLoadingTask;
 
+  void RaiseImageLoaded() override;
+
 protected:
   bool DoLoad() override;
+
+private:
+  // A cache file that did not decode: the main thread drops it and asks
+  // the network instead.
+  bool FDamaged = false;
 };
 
 // A worker: takes the newest task whose tile is still wanted, pauses when
@@ -322,6 +347,9 @@ public:
   void UpdateCacheOptions();
   void UpdateConnectionSettings();
   void PushToDisk(const TvxMapControlTileImageSource& ASource, const QByteArray& AData);
+  // The cache file the source was read from does not decode: it goes, and
+  // the tile loads again, from the network.
+  void DropDamagedFile(TvxMapControlTileImageSource* ASource, const QString& AFileName);
   int GetSubdomainIndex(int ACount);
   // Empty outside levels 1 to MaxZoomLevel.
   QString GetTileUri(int AZoomLevel, int ATilePositionX, int ATilePositionY);

@@ -224,7 +224,8 @@ private Q_SLOTS:
     QVERIFY(!QFile::exists(Out(QStringLiteral("gone.png"))));
   }
 
-  // Failed tiles end the wait; what did come is written.
+  // Failed tiles end the wait, and so do tiles whose body does not decode;
+  // what did come is written.
   void FailedTilesDoNotHoldTheRender()
   {
     TvxTestTileServer LServer;
@@ -245,6 +246,14 @@ private Q_SLOTS:
       for (int X = 0; X < LImage.width(); X += 8)
         LTileColoured += QColor(LImage.pixel(X, Y)) == TvxTestTileServer::LevelColor(5) ? 1 : 0;
     QVERIFY(LTileColoured > 0);
+
+    // Bodies that are no image settle their tiles as failed too.
+    LServer.SetDefaultRule(TvxTestTileServer::TRule::Garbage());
+    LErrors.clear();
+    LTimer.restart();
+    QCOMPARE(vxRenderRun(LArgs, LErrors), 0);
+    QVERIFY(LTimer.elapsed() < 10000);
+    QVERIFY2(LErrors.contains("some tiles failed"), LErrors.constData());
   }
 
   // Frames go through the live marker store: the selected person's image

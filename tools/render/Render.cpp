@@ -227,8 +227,10 @@ QList<TvxMapImageTileLayer*> AddCachedBaseMap(TvxMapControl& AControl, const TCo
     LLayer->SetProviderClass(vxImageTileProviderClass<TRenderTileProvider>());
     auto* LProvider = LLayer->ProviderAs<TRenderTileProvider>();
     LProvider->Prefix = LPrefix;
-    LProvider->CacheOptions().SetDiskFolder(LFolder);
+    // The template first: a new template makes a new tile source, which
+    // would read a large cache map a second time.
     LProvider->SetUrlTemplate(NoTileUri);
+    LProvider->CacheOptions().SetDiskFolder(LFolder);
     LLayers << LLayer;
   }
   return LLayers;
@@ -515,8 +517,9 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
     LLayer->SetProviderClass(vxImageTileProviderClass<TRenderTileProvider>());
     auto* LProvider = LLayer->ProviderAs<TRenderTileProvider>();
     LProvider->Prefix = LArgs.TilePrefix;
-    LProvider->CacheOptions().SetDiskFolder(LArgs.TileCache);
+    // The template first, so that the cache map is read once.
     LProvider->SetUrlTemplate(LArgs.Tiles);
+    LProvider->CacheOptions().SetDiskFolder(LArgs.TileCache);
     LTiles << LLayer;
   }
   else if (!LArgs.Config.isEmpty())

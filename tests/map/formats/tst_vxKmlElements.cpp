@@ -402,6 +402,52 @@ private Q_SLOTS:
     QVERIFY(Root.FindChild(u"nothing").IsNull());
   }
 
+  // An element with more attributes than the limit is refused before the
+  // XML reader, whose check of them against each other grows with the
+  // square; an "=" in a comment, a CDATA section, an instruction, the
+  // document type or a value is no attribute.
+  void attributeLimit()
+  {
+    const auto Attributes = [](int ACount) {
+      QByteArray Result;
+      for (int I = 0; I < ACount; ++I)
+        Result += " a" + QByteArray::number(I) + "=\"" + QByteArray::number(I) + "\"";
+      return Result;
+    };
+    const QByteArray AtLimit = "<Placemark" + Attributes(TvxKmlXmlDocument::MaxAttributes) + "><name>ok</name></Placemark>";
+    QCOMPARE(Parse(Kml(AtLimit))->Placemarks().size(), size_t(1));
+    const QString Failure =
+      ParseFailure<EvxKmlParseError>(Kml("<Placemark" + Attributes(TvxKmlXmlDocument::MaxAttributes + 1) + "/>"));
+    QVERIFY2(Failure.contains("more than 256 attributes"), qPrintable(Failure));
+
+    const QByteArray Equals = QByteArray("=").repeated(1000);
+    const QByteArray Hidden = "<!DOCTYPE kml [ <!ENTITY e \"" + Equals + " > <x\"> <!-- " + Equals + " --> ]>\n" +
+                              "<kml><!-- " + Equals + " - -> > --><?pi " + Equals + " ?>" +
+                              "<Document><Placemark id=\"" + Equals + ">\" name='" + Equals + "'><name><![CDATA[" +
+                              Equals + "<a " + Equals + "> ]] ]>]]></name></Placemark></Document></kml>";
+    const auto Root = Parse(Hidden);
+    QCOMPARE(Root->Placemarks().size(), size_t(1));
+    QVERIFY(Placemark(*Root, 0).Name().endsWith(" ]] ]>"));
+  }
+
+  // The reader is fed a megabyte at a time: a text longer than that, and
+  // elements on both sides of each boundary, arrive whole.
+  void longInputInPieces()
+  {
+    QByteArray Body;
+    const QByteArray Long = QByteArray("0123456789").repeated(300000);
+    Body += "<Placemark><name>" + Long + "</name></Placemark>";
+    for (int I = 0; I < 30000; ++I)
+      Body += "<Placemark><name>p" + QByteArray::number(I) + "</name></Placemark>\n";
+    const auto Root = Parse(Kml(Body));
+    QCOMPARE(Root->Placemarks().size(), size_t(30001));
+    QCOMPARE(Placemark(*Root, 0).Name().size(), Long.size());
+    QCOMPARE(Placemark(*Root, 0).Name(), QString::fromLatin1(Long));
+    QCOMPARE(Placemark(*Root, 30000).Name(), QString("p29999"));
+    // Cut short anywhere, it is malformed, not waiting for more.
+    QVERIFY(ParseFailure<EvxKmlParseError>(Kml(Body).left(1500000)).startsWith("Malformed XML at line"));
+  }
+
   void factory()
   {
     const TvxKmlElementsFactory& Factory = TvxKmlElementsFactory::Instance();

@@ -22,6 +22,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -631,6 +632,71 @@ private Q_SLOTS:
     vxSetKmlIconCacheDir(QString());
     Fixture.Load(Kml(PointPlacemark(IconStyle(Pin))));
     QVERIFY(Image(0).isNull());
+  }
+
+  // A FIFO or a device is refused at once, never read. A file whose load
+  // would hold more memory than its budget fails with a message for the
+  // user and leaves the layer empty; within the budget the same file loads.
+  void FilesTheLoaderRefuses()
+  {
+    QTemporaryDir Dir;
+    TLayerFixture Fixture;
+    const QString Fifo = Dir.filePath(QStringLiteral("pipe.kml"));
+    QCOMPARE(::mkfifo(QFile::encodeName(Fifo).constData(), 0600), 0);
+    for (const QString& Name : {Fifo, QStringLiteral("/dev/zero")})
+    {
+      try
+      {
+        Fixture.Layer->LoadFromFile(Name);
+        QFAIL(qPrintable(Name));
+      }
+      catch (const EFOpenError& E)
+      {
+        QCOMPARE(QString::fromUtf8(E.what()), QStringLiteral("Cannot open file \"%1\". It is not a regular file.").arg(Name));
+      }
+      QVERIFY(!Fixture.Layer->Active());
+    }
+
+    QByteArray Body;
+    for (int I = 0; I < 20000; ++I)
+      Body += PointPlacemark(QByteArray(), "n" + QByteArray::number(I));
+    const QString Large = Dir.filePath(QStringLiteral("large.kml"));
+    QFile File(Large);
+    QVERIFY(File.open(QIODevice::WriteOnly));
+    File.write(Kml(Body));
+    File.close();
+    struct TBudgetScope
+    {
+      TBudgetScope()
+      {
+        TvxKmlMemoryGuard::MinimumBudget = 1 << 20;
+        TvxKmlMemoryGuard::BudgetFactor = 0;
+      }
+      ~TBudgetScope()
+      {
+        TvxKmlMemoryGuard::MinimumBudget = qint64(256) << 20;
+        TvxKmlMemoryGuard::BudgetFactor = 10;
+      }
+    };
+    {
+      TBudgetScope Budget;
+      try
+      {
+        Fixture.Layer->LoadFromFile(Large);
+        QFAIL("loaded beyond its budget");
+      }
+      catch (const EFTooLargeError& E)
+      {
+        QCOMPARE(QString::fromUtf8(E.what()),
+                 QStringLiteral("Cannot load file \"%1\". Loading it would take more than 1 MB of memory.").arg(Large));
+      }
+      QCOMPARE(Fixture.Count(), 0);
+      QVERIFY(!Fixture.Layer->Active());
+      QVERIFY(Fixture.Layer->LastError().contains(QStringLiteral("more than 1 MB")));
+    }
+    Fixture.Layer->LoadFromFile(Large);
+    QVERIFY(Fixture.Layer->Active());
+    QCOMPARE(Fixture.Count(), 20000);
   }
 
   void hotSpotBecomesImageOrigin_data()

@@ -6,8 +6,11 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <algorithm>
 
 namespace
 {
@@ -122,7 +125,7 @@ private Q_SLOTS:
     QVERIFY(!Cache.TryRetrieveFileName({0, 0, 3}, QStringLiteral("t"), FileName));
     QVERIFY(Cache.TryRetrieveFileName({1, 0, 3}, QStringLiteral("t"), FileName));
     QCOMPARE(Cache.CacheMap().Size(), 1200000);
-    QCOMPARE(int(Cache.CacheMap().Items().size()), 3);
+    QCOMPARE(Cache.CacheMap().Count(), 3);
 
     // Deleted by hand: the item goes; the next push writes the map without it.
     QFile::remove(Dir.filePath(QStringLiteral("t_2_0_3.teramapcache")));
@@ -185,6 +188,80 @@ private Q_SLOTS:
     QCOMPARE(ReadAll(Street.MapFileName()), After);
   }
 
+  // The map keeps tile names as numbers and a shared prefix, and other
+  // names whole: every kind comes back byte for byte, lookups ignore case,
+  // and a name pushed twice shows its newest item until that goes. Random
+  // pushes and removals against a plain list catch a lookup table that
+  // loses entries when others leave it.
+  void CompactMapAgreesWithPlainList()
+  {
+    QTemporaryDir Dir;
+    TClockScope Clock(QDateTime(QDate(2024, 1, 31), QTime(12, 0)));
+    const QByteArray Lines = "osm_1_2_3.teramapcache:45322.25:10\n"
+                             "ArcGIS_NGW_5_6_7.teramapcache:45322.125:20\n"
+                             "t_01_2_3.teramapcache:1:1\n"
+                             "t_-1_2_3.teramapcache:1:2\n"
+                             "t_1_2_-3.teramapcache:1:3\n"
+                             "t_1_2_3.TERAMAPCACHE:1:4\n"
+                             "t_99999999999_2_3.teramapcache:1:5\n"
+                             "_1_2_3.teramapcache:1:6\n"
+                             "plain name:1e-05:7\n"
+                             ":0:8\n"
+                             "OSM_1_2_3.teramapcache:45000:9\n";
+    WriteAll(Dir.filePath(QStringLiteral("vxcache.map")), Lines);
+    {
+      TvxMapControlDiskCache Cache(Dir.path(), -1, 0);
+      TvxMapControlDiskCacheMap& Map = Cache.CacheMap();
+      QCOMPARE(Map.Count(), 11);
+      QCOMPARE(Map.Size(), 75);
+      // The first of two lines of a name is its newest; case plays no part.
+      const auto Osm = Map.GetItem(QStringLiteral("OSM_1_2_3.TeraMapCache"));
+      QCOMPARE(Map.Name(Osm), QStringLiteral("osm_1_2_3.teramapcache"));
+      QCOMPARE(Map.ItemTime(Osm), 45322.25);
+      QCOMPARE(Map.Name(Map.GetItem(QStringLiteral("t_1_2_3.teramapcache"))), QStringLiteral("t_1_2_3.TERAMAPCACHE"));
+      QCOMPARE(Map.ItemSize(Map.GetItem(QStringLiteral("plain NAME"))), 7);
+      QCOMPARE(Map.GetItem(QStringLiteral("t_1_2_3")), TvxMapControlDiskCacheMap::NoItem);
+      Map.RemoveItem(Osm);
+      QCOMPARE(Map.ItemSize(Map.GetItem(QStringLiteral("osm_1_2_3.teramapcache"))), 9);
+      Map.SaveToFile(Cache.MapFileName());
+    }
+    QCOMPARE(ReadAll(Dir.filePath(QStringLiteral("vxcache.map"))), Lines.mid(Lines.indexOf('\n') + 1));
+
+    TvxMapControlDiskCacheMap Map(nullptr);
+    std::vector<std::pair<QString, qint32>> Plain; // newest first
+    QRandomGenerator Random(7);
+    for (int Step = 0; Step < 20000; ++Step)
+    {
+      const int Kind = Random.bounded(10);
+      const QString Name = Kind == 0 ? QStringLiteral("Odd name %1").arg(Random.bounded(300))
+                                     : vxMapControlTileFileName({int(Random.bounded(40)), int(Random.bounded(40)), 9},
+                                                                Kind < 5 ? QStringLiteral("a") : QStringLiteral("B_b"));
+      if (Random.bounded(3) == 0 && !Plain.empty())
+      {
+        const size_t Index = Random.bounded(quint32(Plain.size()));
+        const QString Gone = Plain[Index].first;
+        // The map's newest of the name is the plain list's first of it.
+        const auto First = std::find_if(Plain.begin(), Plain.end(), [&](const auto& P) { return P.first == Gone; });
+        QCOMPARE(Map.ItemSize(Map.GetItem(Gone.toUpper())), First->second);
+        Map.RemoveItem(Map.GetItem(Gone));
+        Plain.erase(First);
+      }
+      else
+      {
+        Map.PushItem(Name, Step);
+        Plain.insert(Plain.begin(), {Name, Step});
+      }
+    }
+    QCOMPARE(Map.Count(), int(Plain.size()));
+    for (const auto& [Name, Size] : Plain)
+    {
+      const auto First = std::find_if(Plain.begin(), Plain.end(), [&](const auto& P) { return P.first == Name; });
+      QCOMPARE(Map.ItemSize(Map.GetItem(Name)), First->second);
+    }
+    // The oldest is the plain list's last.
+    QCOMPARE(Map.ItemSize(Map.Oldest()), Plain.back().second);
+  }
+
   // No folder: nothing written or found. A map with a broken line fails
   // with its line number; Windows line ends are read.
   void NoFolderAndBadMapFiles()
@@ -199,7 +276,7 @@ private Q_SLOTS:
     WriteAll(Dir.filePath(QStringLiteral("vxcache.map")), "a_1_2_3.teramapcache:45000.25:10\r\nb.teramapcache:45000:7\r\n");
     TvxMapControlDiskCache Windows(Dir.path(), -1, 0);
     QCOMPARE(Windows.CacheMap().Size(), 17);
-    QCOMPARE(Windows.CacheMap().Items().front().FTime, 45000.25);
+    QCOMPARE(Windows.CacheMap().ItemTime(Windows.CacheMap().Newest()), 45000.25);
 
     for (const QByteArray& Bad : {QByteArray("a.teramapcache:45000\n"), QByteArray("ok:1:2\nbad:x:2\n"),
                                   QByteArray("\n"), QByteArray("a:1:2:3\n")})

@@ -193,6 +193,59 @@ private Q_SLOTS:
     QCOMPARE(QColor(LFromDisk->Image().pixel(128, 40)), TvxTestTileServer::LevelColor(7));
   }
 
+  // A cache file damaged on disk is dropped and the tile fetched again,
+  // then cached anew. A 200 whose body is no image stays "loading", so it
+  // is not asked for again, and is never cached; its slot counts as failed
+  // and shows the quarters of a parent that came after its layout.
+  void DamagedCacheFilesAndUndecodableBodies()
+  {
+    QTemporaryDir LCache;
+    {
+      TServerFixture F(2, LCache.path());
+      QTRY_VERIFY(F.Request({3, 4, 6})->IsValid());
+      QTRY_VERIFY(F.Idle());
+    }
+    const QString LFile = LCache.filePath(QStringLiteral("test_3_4_6.teramapcache"));
+    QFile LDamage(LFile);
+    QVERIFY(LDamage.open(QIODevice::WriteOnly));
+    LDamage.write("PNG? not any more");
+    LDamage.close();
+
+    TServerFixture F(2, LCache.path());
+    const QString LGarbage = TvxTestTileServer::TilePath(6, 9, 9);
+    F.Server.SetRule(LGarbage, TRule::Garbage());
+    TvxMapControlBitmapTile* LRepaired = F.Request({3, 4, 6});
+    QTRY_VERIFY(LRepaired->IsValid());
+    QCOMPARE(F.Server.RequestCount(TvxTestTileServer::TilePath(6, 3, 4)), 1);
+    QFile LAgain(LFile);
+    QVERIFY(LAgain.open(QIODevice::ReadOnly));
+    QCOMPARE(LAgain.readAll(), F.Server.TilePng(6, 3, 4));
+
+    // The parent is in memory before the bad tile answers, but after the
+    // slot looked for substitutes.
+    F.Image.SetSource(&F.Source());
+    QTRY_VERIFY(F.Request({4, 4, 5})->IsValid());
+    F.Slots.push_back(std::make_unique<TvxMapControlMultiScaleTile>(&F.Image.Viewport(), 0, 0));
+    TvxMapControlMultiScaleTile& LSlot = *F.Slots.back();
+    LSlot.SetIndex({9, 9, 6});
+    F.Source().GetTileImageSource({9, 9, 6}, &LSlot.Face());
+    QVERIFY(!LSlot.Mask(0, 0).IsValid());
+    F.Source().StartLoadTiles();
+    // Settled as the worker finds the body bad; the quarters come with the
+    // hand-over to the main thread.
+    QTRY_VERIFY(LSlot.IsSettled());
+    QTRY_VERIFY(F.Idle());
+    QVERIFY(!LSlot.IsReady());
+    QCOMPARE(LSlot.Face().Source()->Status(), tisLoading);
+    for (int X = 0; X < 2; ++X)
+      for (int Y = 0; Y < 2; ++Y)
+        QVERIFY(LSlot.Mask(X, Y).IsValid());
+    F.Request({9, 9, 6});
+    QTest::qWait(100);
+    QCOMPARE(F.Server.RequestCount(LGarbage), 1);
+    QVERIFY(!QFile::exists(LCache.filePath(QStringLiteral("test_9_9_6.teramapcache"))));
+  }
+
   // Clearing while downloads are under way waits for them and leaves an
   // empty store; the next layout starts over.
   void ClearCacheDuringDownloads()
