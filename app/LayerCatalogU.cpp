@@ -1,5 +1,6 @@
 #include "LayerCatalogU.h"
 
+#include "DialogsU.h"
 #include "ErrorsU.h"
 #include "NumberTextU.h"
 #include "StaticMarkersU.h"
@@ -114,6 +115,18 @@ void TLayerCatalog::SetHintAttribute(TvxMapItemFileLayer* layer, const QString& 
 
 void TLayerCatalog::LoadLayersFromXML(const QString& fileName)
 {
+  // A file too big to load leaves its layer empty and is named once the read
+  // is over, so the layers after it still come up.
+  QStringList tooLarge;
+  const auto activate = [&tooLarge](TvxMapItemFileLayer* layer) {
+    try {
+      layer->SetActive(true);
+      return true;
+    } catch (const EFTooLargeError& e) {
+      tooLarge.append(QString::fromUtf8(e.what()));
+      return false;
+    }
+  };
   XmlFile::WithPrefix(QStringLiteral("Error Reading Layers: "), [&] {
     QDomDocument document = XmlFile::Read(fileName);
     QDomElement list = XmlFile::ListOf(document, Root, LayersNode);
@@ -138,7 +151,7 @@ void TLayerCatalog::LoadLayersFromXML(const QString& fileName)
       layer->SetFileType(element.attribute(QStringLiteral("FileType")) == QLatin1String("Shape") ? miftShape
                                                                                                : miftKml);
       layer->SetVisible(element.attribute(QStringLiteral("Visible")) == QLatin1String("True"));
-      layer->SetActive(true);
+      const bool loaded = activate(layer);
       SetHintAttribute(layer, element.attribute(QStringLiteral("HintAttribute")));
       try {
         // A bad colour ends the layer's colours without a word; the layer still comes up.
@@ -155,7 +168,8 @@ void TLayerCatalog::LoadLayersFromXML(const QString& fileName)
       } catch (const std::exception&) {
       }
       layer->OnGetItemHint = &TLayerCatalog::LayerGetItemHint;
-      layer->SetActive(true);
+      if (loaded)
+        layer->SetActive(true);
     }
 
     // Pass 2, from the last node back: by the file name the first pass
@@ -183,6 +197,8 @@ void TLayerCatalog::LoadLayersFromXML(const QString& fileName)
         SetLayerIndex(layer, n + 2 - i);
     }
   });
+  if (!tooLarge.isEmpty())
+    Dialogs::Get().ShowMessage(QStringLiteral("Layers Not Loaded:\n") + tooLarge.join(QLatin1Char('\n')));
 }
 
 void TLayerCatalog::SaveLayersToXml(const QString& fileName, TUnloadedFiles* unloaded) const

@@ -256,6 +256,34 @@ private Q_SLOTS:
     Dialogs::Set(nullptr);
   }
 
+  // A file over the memory limit: named in one message after the read, its
+  // layer kept empty with its settings, the layers after it loaded.
+  void tooLargeLayerAtStart()
+  {
+    auto owned = std::make_unique<TRecordingDialogs>();
+    TRecordingDialogs* dialogs = owned.get();
+    Dialogs::Set(std::move(owned));
+    const qint64 minimum = TvxKmlMemoryGuard::MinimumBudget;
+    const int factor = TvxKmlMemoryGuard::BudgetFactor;
+    TvxKmlMemoryGuard::MinimumBudget = 64 * 1024;
+    TvxKmlMemoryGuard::BudgetFactor = 1;
+    WriteAll(Path(QStringLiteral("big.kml")), Kml(4000));
+    const QString error = Load(LayerXml(Fixed + FileLayer("big", Path(QStringLiteral("big.kml")),
+                                                          "Visible=\"True\" Color=\"255\"") +
+                                        FileLayer("f1", Path(QStringLiteral("a.kml")))));
+    TvxKmlMemoryGuard::MinimumBudget = minimum;
+    TvxKmlMemoryGuard::BudgetFactor = factor;
+    QCOMPARE(error, QString());
+    QCOMPARE(dialogs->Messages.size(), 1);
+    QVERIFY2(dialogs->Messages.first().startsWith(QStringLiteral("Layers Not Loaded:\n")) &&
+               dialogs->Messages.first().contains(QStringLiteral("big.kml")),
+             qPrintable(dialogs->Messages.first()));
+    QCOMPARE(File(QStringLiteral("big"))->MapItems().Count(), 0);
+    QCOMPARE(File(QStringLiteral("big"))->ItemStyle().Color(), 0xFFFF0000u);
+    QCOMPARE(File(QStringLiteral("f1"))->MapItems().Count(), 3);
+    Dialogs::Set(nullptr);
+  }
+
   // The dialog: import through New, the new row lowest until moved, the
   // rows winning at Done, rename with a blank, delete with its question.
   void dialogFlows()
