@@ -17,6 +17,7 @@
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMenu>
+#include <algorithm>
 #include <exception>
 #include <optional>
 
@@ -173,6 +174,7 @@ struct TCoordinateFormats::TPositionRows
   QString LongitudeCaptionText;
   QString LatitudeText;
   QString LongitudeText;
+  int PanelWidth = 0; // the panel's own width, which a long grid reference may widen
 };
 
 TCoordinateFormats::TCoordinateFormats(TvxCustomMapControl* map)
@@ -248,6 +250,7 @@ void TCoordinateFormats::AddPositionRows(QLabel* latitude, QLabel* longitude)
   rows.LongitudeCaption = CaptionBeside(longitude);
   rows.LatitudeCaptionText = rows.LatitudeCaption ? rows.LatitudeCaption->text() : QString();
   rows.LongitudeCaptionText = rows.LongitudeCaption ? rows.LongitudeCaption->text() : QString();
+  rows.PanelWidth = latitude->parentWidget() ? latitude->parentWidget()->width() : 0;
   FRows.push_back(rows);
 }
 
@@ -273,6 +276,7 @@ void TCoordinateFormats::ShowRows(const TPositionRows& rows) const
     if (rows.LongitudeCaption)
       rows.LongitudeCaption->setVisible(show);
   };
+  FitPanel(rows, false);
   const std::optional<double> lat = NumberText::TryStrToFloat(rows.LatitudeText);
   const std::optional<double> lon = NumberText::TryStrToFloat(rows.LongitudeText);
   const TvxMapControlGeoPoint point = TvxMapControlGeoPoint::Create(lat.value_or(0), lon.value_or(0));
@@ -301,6 +305,30 @@ void TCoordinateFormats::ShowRows(const TPositionRows& rows) const
   rows.Latitude->setText(text);
   rows.Longitude->clear();
   showLongitude(false);
+  FitPanel(rows, true);
+}
+
+void TCoordinateFormats::FitPanel(const TPositionRows& rows, bool toText) const
+{
+  QWidget* panel = rows.Latitude->parentWidget();
+  auto* grid = panel ? qobject_cast<QGridLayout*>(panel->layout()) : nullptr;
+  if (!grid || rows.PanelWidth <= 0)
+    return;
+  int width = rows.PanelWidth;
+  if (toText) {
+    // The captions' column as wide as its widest shown caption, then the grid reference whole.
+    int captions = 0;
+    for (int row = 0; row < grid->rowCount(); ++row)
+      if (QLayoutItem* item = grid->itemAtPosition(row, 0))
+        if (item->widget() && !item->widget()->isHidden())
+          captions = std::max(captions, item->widget()->sizeHint().width());
+    const QMargins margins = grid->contentsMargins();
+    const int spacing = std::max(grid->horizontalSpacing(), 6);
+    const int frame = panel->width() - panel->contentsRect().width();
+    width = std::max(width, frame + margins.left() + captions + spacing + rows.Latitude->sizeHint().width() +
+                              margins.right());
+  }
+  panel->setFixedWidth(width);
 }
 
 void TCoordinateFormats::Popup(const QPoint& mapPoint)

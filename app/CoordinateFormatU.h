@@ -90,6 +90,8 @@ public:
 private:
   struct TPositionRows;
   void ShowRows(const TPositionRows& rows) const;
+  // The panel keeps its width unless a grid reference needs more.
+  void FitPanel(const TPositionRows& rows, bool toText) const;
 
   TvxCustomMapControl* FMap;
   TCoordinateFormat FFormat = TCoordinateFormat::DD;

@@ -353,6 +353,9 @@ private Q_SLOTS:
     QCOMPARE(form->lblInfoLatitude->text(), CoordinateFormat::Utm(reported));
     QVERIFY(!form->lblInfoLongitude->isVisible());
     QVERIFY(!Caption(form->lblInfoLongitude)->isVisible());
+    // The panel widens for the whole reference, and takes its own width back in DD.
+    form->pnlMarkerInfo->layout()->activate();
+    QVERIFY(form->lblInfoLatitude->width() >= form->lblInfoLatitude->sizeHint().width());
     coordinates.SetFormat(TCoordinateFormat::MGRS);
     QCOMPARE(Caption(form->lblInfoLatitude)->text(), QStringLiteral("MGRS:"));
     QCOMPARE(form->lblInfoLatitude->text(), CoordinateFormat::Mgrs(reported));
@@ -361,6 +364,7 @@ private Q_SLOTS:
     QCOMPARE(form->lblInfoLatitude->text(), QStringLiteral("41.3133"));
     QCOMPARE(form->lblInfoLongitude->text(), QStringLiteral("-80.3387"));
     QVERIFY(form->lblInfoLongitude->isVisible());
+    QCOMPARE(form->pnlMarkerInfo->width(), 209);
 
     // A static marker whose stored latitude is no number shows its texts as they are.
     coordinates.SetFormat(TCoordinateFormat::MGRS);
