@@ -1,5 +1,6 @@
 #include "MainLayoutU.h"
 
+#include "CoordinateFormatU.h"
 #include "GlyphsU.h"
 #include "MainU.h"
 #include "RosterU.h"
@@ -240,8 +241,8 @@ void BuildMainLayout(TfrmMain& form)
   form.Map = Named(new TvxMapControl(form.pnlMap), "Map");
   form.Map->NavigationPanel().SetHeight(50);
   form.Map->NavigationPanel().SetShowMilesScale(false);
-  form.Map->NavigationPanel().SetXCoordinateDisplayMask(QStringLiteral("{CP}{D:6}°"));
-  form.Map->NavigationPanel().SetYCoordinateDisplayMask(QStringLiteral("{CP}{D:6}°"));
+  form.Map->NavigationPanel().SetXCoordinateDisplayMask(CoordinateFormat::DecimalDegreesMask());
+  form.Map->NavigationPanel().SetYCoordinateDisplayMask(CoordinateFormat::DecimalDegreesMask());
   // The fixed stack: four tile layers, of which one base map shows, then
   // the static markers and the live markers above them.
   form.OpenStreetMapLayer = form.Map->AddLayer<TvxMapImageTileLayer>();

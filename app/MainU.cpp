@@ -1,6 +1,7 @@
 #include "MainU.h"
 
 #include "ClockU.h"
+#include "CoordinateFormatU.h"
 #include "DialogsU.h"
 #include "ErrorsU.h"
 #include "FeedLinkU.h"
@@ -128,12 +129,17 @@ void TfrmMain::BuildControls()
   FBaseMaps = std::make_unique<TBaseMaps>(
     TBaseMaps::TLayers{OpenStreetMapLayer, ArcGISMapLayer, AzureMapsLayer1, AzureMapsLayer2}, popupBasemaps,
     lblAttribution1, lblAttribution2);
+  FCoordinates = std::make_unique<TCoordinateFormats>(Map);
+  FCoordinates->AddPositionRows(lblInfoLatitude, lblInfoLongitude);
+  FCoordinates->AddPositionRows(lblStaticInfoLatitude, lblStaticInfoLongitude);
   Map->OnMouseDown = [this](TvxCustomMapControl*, Qt::MouseButton b, Qt::KeyboardModifiers m, int x, int y) {
     MapMouseDown(b, m, x, y);
   };
   Map->OnMouseMove = [this](TvxCustomMapControl*, Qt::KeyboardModifiers m, int x, int y) { MapMouseMove(m, x, y); };
   Map->OnMouseUp = [this](TvxCustomMapControl*, Qt::MouseButton b, Qt::KeyboardModifiers m, int x, int y) {
     RunHandler([&] { MapMouseUp(b, m, x, y); });
+    if (b == Qt::RightButton)
+      RunHandler([&] { MapContextPopup(x, y); });
   };
   Map->OnDblClick = [this](TvxCustomMapControl*) { RunHandler([this] { MapDblClick(); }); };
   Map->OnMouseEnter = [this](TvxCustomMapControl*) { MapMouseEnter(); };
@@ -314,6 +320,7 @@ void TfrmMain::ReadSettings()
   if (ini.ValueExists(QStringLiteral("Roster"), QStringLiteral("Visible")))
     FRosterSetting = ini.ReadBool(QStringLiteral("Roster"), QStringLiteral("Visible"), false);
   RosterNames = ini.ReadBool(QStringLiteral("Roster"), QStringLiteral("NamesOnMap"), false);
+  FCoordinates->ReadSettings(ini);
   ConfigFile = nullptr;
   CentredOnScreen = StartupTop == -1;
 }
@@ -355,6 +362,7 @@ void TfrmMain::WriteSettings()
     ini.WriteBool(QStringLiteral("Roster"), QStringLiteral("Visible"), RosterVisible);
   if (RosterNames || ini.ValueExists(QStringLiteral("Roster"), QStringLiteral("NamesOnMap")))
     ini.WriteBool(QStringLiteral("Roster"), QStringLiteral("NamesOnMap"), RosterNames);
+  FCoordinates->WriteSettings(ini);
   QString error;
   const bool saved = ini.UpdateFile(&error);
   if (!saved)
@@ -997,8 +1005,7 @@ void TfrmMain::MapDblClick()
     lblInfoName->setText(text("NAME"));
     lblInfoStatus->setText(text("STATUS"));
     lblInfoLocation->setText(text("LOCATION"));
-    lblInfoLatitude->setText(text("LAT"));
-    lblInfoLongitude->setText(text("LON"));
+    FCoordinates->ShowPosition(lblInfoLatitude, text("LAT"), text("LON"));
     lblInfoFixStatus->setText(text("FIXSTATUS"));
     // No lower limit on the left: the panel may run past the map's edge.
     pnlMarkerInfo->move(down.x() - 10, std::max(0, down.y() - 90));
@@ -1012,14 +1019,18 @@ void TfrmMain::MapDblClick()
       continue;
     const auto text = [pin](const char* key) { return TLiveMarkers::Text(pin, QLatin1String(key)); };
     lblStaticInfoTitle->setText(text("TITLE"));
-    lblStaticInfoLatitude->setText(text("LATITUDE"));
-    lblStaticInfoLongitude->setText(text("LONGITUDE"));
+    FCoordinates->ShowPosition(lblStaticInfoLatitude, text("LATITUDE"), text("LONGITUDE"));
     memStaticInfoNotes->setPlainText(text("NOTES"));
     pnlStaticMarkerInfo->move(std::max(0, down.x() - 80), std::max(0, down.y() - 120));
     pnlStaticMarkerInfo->show();
     pnlStaticMarkerInfo->raise();
     return;
   }
+}
+
+void TfrmMain::MapContextPopup(int X, int Y)
+{
+  FCoordinates->Popup(QPoint(X, Y));
 }
 
 void TfrmMain::MapSelectionChanging(IvxMapItem* AItem, bool&)

@@ -27,6 +27,7 @@ class QTcpSocket;
 class QToolButton;
 class TFeedLink;
 
+class TCoordinateFormats;
 class TIniFile;
 class TLiveMarkers;
 class TStaticMarkers;
@@ -112,6 +113,10 @@ public:
   void MapMouseLeave();
   void MapSelectionChanging(IvxMapItem* AItem, bool& AAllow);
   void MapZoomLevelChanged();
+  // Beyond the design: a right click opens the coordinate menu, after the
+  // map and MapMouseUp have had the click.
+  void MapContextPopup(int X, int Y);
+  TCoordinateFormats& Coordinates() { return *FCoordinates; }
 
   // Base maps.
   void BaseMapClick(QAction* Sender);
@@ -326,6 +331,7 @@ private:
   std::unique_ptr<TUnloadedFiles> FUnloadedFiles;
   std::unique_ptr<TBaseMaps> FBaseMaps;
   std::unique_ptr<TServerSettings> FServers;
+  std::unique_ptr<TCoordinateFormats> FCoordinates;
   Qt::CursorShape FScreenCursor = Qt::ArrowCursor;
   bool FProbePending = false;
   QString FLastStateText; // the window state last told to the parent

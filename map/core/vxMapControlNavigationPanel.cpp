@@ -148,6 +148,13 @@ void TvxMapControlNavigationPanel::Changed()
   FMapControl->Changed();
 }
 
+void TvxMapControlNavigationPanel::SetCoordinateFormatter(TCoordinateFormatter AFormatter, const QString& AWidestText)
+{
+  FCoordinateFormatter = std::move(AFormatter);
+  FCoordinateWidestText = AWidestText;
+  Changed();
+}
+
 // Coordinates text
 
 namespace vxMapControlCoordinates
@@ -368,6 +375,8 @@ void TvxMapControlCoordinatesViewInfo::Initialize()
 QString TvxMapControlCoordinatesViewInfo::TextAt(const QPoint& APoint) const
 {
   const TvxMapControlGeoPoint Point = MapControl()->ScreenPointToGeoPoint({double(APoint.x()), double(APoint.y())});
+  if (const auto& Formatter = MapControl()->NavigationPanel().CoordinateFormatter())
+    return Formatter(Point);
   return vxMapControlCoordinates::GeoPointToText(Point, FXPattern, FYPattern);
 }
 
@@ -386,7 +395,10 @@ void TvxMapControlCoordinatesViewInfo::MouseMove(const QPoint& APoint)
 
 QSize TvxMapControlCoordinatesViewInfo::DoCalculateSize()
 {
-  const QFont& Font = MapControl()->NavigationPanel().Style().CoordinateFont();
+  const TvxMapControlNavigationPanel& Panel = MapControl()->NavigationPanel();
+  const QFont& Font = Panel.Style().CoordinateFont();
+  if (Panel.CoordinateFormatter())
+    return TextSize(Font, Panel.CoordinateWidestText());
   if (FXPattern.isEmpty() && FYPattern.isEmpty())
   {
     const QSize Numbers = TextSize(Font, QStringLiteral("00.0") + DegreeSign + QStringLiteral("    000.0") + DegreeSign);

@@ -8,6 +8,7 @@
 #include <QFont>
 #include <QString>
 #include <QTimer>
+#include <functional>
 
 class TvxCustomMapControl;
 class TvxMapControlNavigationPanel;
@@ -79,6 +80,14 @@ public:
   TvxMapControlNavigationPanelStyle& Style() { return FStyle; }
   const TvxMapControlNavigationPanelStyle& Style() const { return FStyle; }
 
+  // Writes the coordinates in place of the masks; an empty function gives
+  // the masks back. The widest text the formatter can give sizes the
+  // element, so that it keeps its size while the mouse moves.
+  using TCoordinateFormatter = std::function<QString(const TvxMapControlGeoPoint&)>;
+  const TCoordinateFormatter& CoordinateFormatter() const { return FCoordinateFormatter; }
+  const QString& CoordinateWidestText() const { return FCoordinateWidestText; }
+  void SetCoordinateFormatter(TCoordinateFormatter AFormatter, const QString& AWidestText);
+
   void ChangeScale(int AM, int AD);
   void Changed();
 
@@ -102,6 +111,8 @@ private:
   bool FVisible = true;
   QString FXCoordinateDisplayMask;
   QString FYCoordinateDisplayMask;
+  TCoordinateFormatter FCoordinateFormatter;
+  QString FCoordinateWidestText;
   TvxMapControlNavigationPanelStyle FStyle;
 };
 

@@ -5,6 +5,7 @@
 
 #include <QDir>
 #include <QFontDatabase>
+#include <QFontMetrics>
 #include <QImage>
 #include <QLocale>
 #include <QMouseEvent>
@@ -252,6 +253,41 @@ private Q_SLOTS:
     QVERIFY2(Coordinates.Text().endsWith("E90.000000" + Deg), qPrintable(Coordinates.Text()));
     Map.Control.Changed();
     QCOMPARE(Coordinates.Size(), Size);
+  }
+
+  // A formatter takes the masks' place at once: the text goes through it,
+  // the widest text sizes the element whatever the mouse does, and an
+  // empty formatter gives the masks back, size and all.
+  void coordinateFormatterStandsInForTheMasks()
+  {
+    // Wide enough for the scale beside the wider text.
+    TMap Map(QSize(1200, 400));
+    const QString Deg(QChar(176));
+    TvxMapControlNavigationPanel& Panel = Map.Control.NavigationPanel();
+    Panel.SetXCoordinateDisplayMask("{CP}{D:6}" + Deg);
+    Panel.SetYCoordinateDisplayMask("{CP}{D:6}" + Deg);
+    auto& Coordinates = Map.Panel().CoordinatesViewInfo();
+    const QSize MaskSize = Coordinates.Size();
+    Map.MoveMouse(QPoint(600 + 128, 200));
+
+    const QString Widest = QStringLiteral("grid WWWWWWWWWWWWWWWWWWWWWWWW");
+    Panel.SetCoordinateFormatter(
+      [](const TvxMapControlGeoPoint& APoint) { return QStringLiteral("grid %1 %2").arg(APoint.Latitude).arg(APoint.Longitude); },
+      Widest);
+    QCOMPARE(Coordinates.Text(), QStringLiteral("grid 0 90"));
+    const QSize Size = Coordinates.Size();
+    QCOMPARE(Size.width(), QFontMetrics(Panel.Style().CoordinateFont()).horizontalAdvance(Widest));
+    QVERIFY(Size.width() > MaskSize.width());
+    QCOMPARE(Right(Coordinates.Bounds()), Map.Panel().ScaleViewInfo().Bounds().x() - 15);
+
+    Map.MoveMouse(QPoint(600, 200));
+    QCOMPARE(Coordinates.Text(), QStringLiteral("grid 0 0"));
+    Map.Control.Changed();
+    QCOMPARE(Coordinates.Size(), Size);
+
+    Panel.SetCoordinateFormatter(nullptr, QString());
+    QCOMPARE(Coordinates.Text(), "S0.000000" + Deg + "    W0.000000" + Deg);
+    QCOMPARE(Coordinates.Size(), MaskSize);
   }
 
   void scaleRanges_data()
