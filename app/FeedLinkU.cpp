@@ -1,10 +1,19 @@
 #include "FeedLinkU.h"
 
+#include <QElapsedTimer>
 #include <QHostAddress>
 #include <QPointer>
 #include <QTcpSocket>
 
 #include <algorithm>
+
+namespace
+{
+// Frames already in hand are taken in one pass, so that the window lays out
+// and paints once for all of them; a flood gives the event loop a turn
+// after this long.
+constexpr qint64 FramesPassBudgetMs = 40;
+}
 
 TFeedLink::TFeedLink(QObject* parent)
   : QObject(parent)
@@ -182,6 +191,8 @@ void TFeedLink::ProcessFrames()
 {
   if (FDelivering)
     return; // the frame in hand finishes first; its caller goes on afterwards
+  QElapsedTimer pass;
+  pass.start();
   while (FActive && !FPaused) {
     qsizetype end = FBuffer.indexOf('\r');
     if (end < 0) {
@@ -224,8 +235,11 @@ void TFeedLink::ProcessFrames()
     if (generation != FGeneration)
       return; // the link went down while the frame was handled
     SendPending();
-    // One frame per pass of the event loop, so that what the frame did to
-    // the window settles before the next one is read.
+    // Each frame is handled to its end before the next is read; those that
+    // came together go on in this pass, the rest after a turn of the loop.
+    const bool more = FBuffer.contains('\r') || (FSocket && FSocket->bytesAvailable() > 0);
+    if (more && pass.elapsed() < FramesPassBudgetMs)
+      continue;
     if (!FContinue.isActive())
       FContinue.start();
     return;

@@ -4,7 +4,7 @@
 #include <QStringList>
 #include <vector>
 
-class QDomElement;
+class QXmlStreamAttributes;
 
 // One person's report as the feed delivers it, converted and ready for the
 // live marker store.
@@ -39,4 +39,4 @@ TFeedMessage ReadFeedMessage(const QString& text);
 // Reads the attributes in the order ID, NAME, LOCATION, STATUS, LAT, LON,
 // FIXSTATUS, FIXRADIUS, INIT; LAT and LON in the user's locale. Throws
 // EConvertError for a LAT, LON or FIXRADIUS that is missing or no number.
-TLiveMarkerReport ReadLiveMarkerReport(const QDomElement& marker);
+TLiveMarkerReport ReadLiveMarkerReport(const QXmlStreamAttributes& marker);

@@ -192,12 +192,31 @@ const QList<TMarkerRow>& FixedMarkerRows(const QString& category)
 
 QImage TMarkerImageList::Image(int index) const
 {
-  return index >= 0 && index < FImages.size() ? FImages.at(index) : QImage();
+  if (index < 0 || index >= FImages.size())
+    return QImage();
+  TEntry& entry = FImages[index];
+  if (!entry.Resource.isEmpty()) {
+    QImage image(entry.Resource);
+    // A missing resource keeps its place, so later indices stay right.
+    if (image.isNull()) {
+      image = QImage(FSize, QImage::Format_ARGB32_Premultiplied);
+      image.fill(Qt::transparent);
+    }
+    entry.Image = image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    entry.Resource.clear();
+  }
+  return entry.Image;
 }
 
 int TMarkerImageList::Add(const QImage& image)
 {
-  FImages.append(image);
+  FImages.append({image, QString()});
+  return int(FImages.size()) - 1;
+}
+
+int TMarkerImageList::AddResource(const QString& path)
+{
+  FImages.append({QImage(), path});
   return int(FImages.size()) - 1;
 }
 
@@ -216,15 +235,8 @@ TMarkerImageLists::TMarkerImageLists()
   for (const QString& category : MarkerCategory::TabOrder()) {
     TMarkerImageList* list = ByCategory(category);
     const int count = FixedImageCount(category);
-    for (int index = 0; index < count; ++index) {
-      QImage image(QStringLiteral(":/markers/%1/%2.png").arg(category).arg(index, 2, 10, QLatin1Char('0')));
-      // A missing resource keeps its place, so later indices stay right.
-      if (image.isNull()) {
-        image = QImage(list->ImageSize(), QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::transparent);
-      }
-      list->Add(image.convertToFormat(QImage::Format_ARGB32_Premultiplied));
-    }
+    for (int index = 0; index < count; ++index)
+      list->AddResource(QStringLiteral(":/markers/%1/%2.png").arg(category).arg(index, 2, 10, QLatin1Char('0')));
   }
 }
 

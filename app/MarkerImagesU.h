@@ -52,11 +52,19 @@ public:
   QImage Image(int index) const;
   // Returns the new image's index.
   int Add(const QImage& image);
+  // An image read from the resource when first asked for: the window
+  // starts without decoding the hundreds of fixed images.
+  int AddResource(const QString& path);
   void Clear() { FImages.clear(); }
 
 private:
+  struct TEntry
+  {
+    QImage Image;
+    QString Resource; // until decoded
+  };
   QSize FSize;
-  QList<QImage> FImages;
+  mutable QList<TEntry> FImages;
 };
 
 // The eight image lists. The seven fixed ones are filled from the

@@ -102,7 +102,9 @@ void TvxCustomMapControl::Zoom(double AZoomLevel, const TvxPointDouble& AAnchorP
     return;
   FInertiaController->StopInertia();
   FZoomLevel = Level;
-  const bool Animated = AAnimated && !IsLocked();
+  // Before the window exists there is nothing to animate for: a start zoom
+  // is applied at once, with one layout, rather than blocking for 500 ms.
+  const bool Animated = AAnimated && !IsLocked() && testAttribute(Qt::WA_WState_Created);
   FAnimationController->Zoom(Level, AAnchorPoint, Animated, AIsAsyncMode);
   // An asynchronous animation reports when it ends.
   if (!(AIsAsyncMode && Animated))
@@ -287,7 +289,8 @@ void TvxCustomMapControl::BeginUpdate()
 
 void TvxCustomMapControl::EndUpdate()
 {
-  if (FLockCount > 0 && --FLockCount == 0)
+  // A bracket in which nothing changed costs no layout.
+  if (FLockCount > 0 && --FLockCount == 0 && FIsViewInfoDirty)
     Changed();
 }
 
@@ -316,6 +319,8 @@ void TvxCustomMapControl::UpdateViewPort()
     if (FLayers->Items(I)->Visible())
       FLayers->Items(I)->UpdateViewport();
   FIsViewPortValid = true;
+  // A new viewport is laid out, also when only the update's end asks.
+  FIsViewInfoDirty = true;
 }
 
 void TvxCustomMapControl::CheckViewPort()

@@ -220,9 +220,16 @@ void TvxMapPointer::TitleOptionsChanged()
 
 void TvxMapPointer::AttributesChanged()
 {
+  // Attributes a pointer does not show change nothing on the map: a feed
+  // that restamps every person must not cost a layout.
+  if (!ShowsTitle())
+  {
+    if (ViewInfo())
+      ViewInfo()->InvalidateTitleSize();
+    return;
+  }
   TvxMapSinglePointItem::AttributesChanged();
-  if (ShowsTitle())
-    GeometryChanged();
+  GeometryChanged();
 }
 
 void TvxMapPointer::GeometryChanged()

@@ -157,6 +157,19 @@ private Q_SLOTS:
     QTRY_COMPARE(frames.size(), 3);
     QCOMPARE(frames.last(), QStringLiteral("three"));
 
+    // Frames that came together are handed over in one pass, each to its
+    // end, so that the window lays out and paints once for them.
+    QStringList order;
+    link.OnTCPDataReceived = [&](const QString& text) {
+      if (order.isEmpty())
+        QTimer::singleShot(0, &link, [&order] { order << QStringLiteral("loop"); });
+      order << text;
+    };
+    parent.Send("a\rb\rc\r");
+    QTRY_COMPARE(order.size(), 4);
+    QCOMPARE(order, QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c"), QStringLiteral("loop")}));
+    link.OnTCPDataReceived = [&](const QString& text) { frames << text; };
+
     link.SetOutMessage(QStringLiteral("Pulse"));
     link.SetOutMessage(QStringLiteral(" <GetModeCoordinates LAT=\"1\" LON=\"2\"></GetModeCoordinates> "));
     QVERIFY(parent.WaitForBytes(55));

@@ -183,6 +183,12 @@ int main(int argc, char* argv[])
   Row("Shapefile load", Median(Shape), Median(GdalShape));
   Row("KML load", Median(Kml), Median(GdalKml));
   Row("raw read of .shp and .dbf", Median(Raw), 0);
+  if (HaveGdal)
+  {
+    BenchRow("Shapefile load", Median(Shape), "GDAL 3.6", Median(GdalShape));
+    BenchRow("KML load", Median(Kml), "GDAL 3.6", Median(GdalKml));
+  }
+  BenchRow("Shapefile load against its bytes", Median(Shape), "raw read of .shp and .dbf", Median(Raw));
   if (!HaveGdal)
     std::printf("(GDAL baseline not built: install libgdal-dev and configure again)\n");
   return 0;

@@ -112,6 +112,10 @@ int main(int argc, char* argv[])
           .arg(options.seconds)
           .arg(median(sleepPercents), 0, 'f', 2)
           .arg(median(sleepCpus), 0, 'f', 3));
+  // scripts/bench's table row, in the format of BenchRow.
+  std::printf("bench-row\tidle link: CPU ms per %d s\t%.2f\tidle sleep process\t%.2f\n", options.seconds,
+              median(cpus) * 1000, median(sleepCpus) * 1000);
+  std::fflush(stdout);
   const bool met = medianPercent < TargetPercent;
   say(QStringLiteral("target: under %1 % of one core: %2").arg(TargetPercent).arg(met ? "met" : "NOT met"));
   return cli.isSet(check) && !met ? 3 : 0;

@@ -141,5 +141,6 @@ int main(int argc, char* argv[])
               Of([](const TRound& R) { return R.LayoutUsage.User; }),
               Of([](const TRound& R) { return R.LayoutUsage.System; }),
               Of([](const TRound& R) { return R.LayoutUsage.Faults; }));
+  BenchRow("Shapefile load plus first layout", Load + Layout, "load alone", Load);
   return 0;
 }

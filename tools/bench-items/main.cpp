@@ -100,6 +100,7 @@ void Print(const TResult& AResult)
 {
   std::printf("%-34s engine %8.2f ms   baseline %8.2f ms   ratio %5.2f\n", AResult.Name, AResult.Engine,
               AResult.Baseline, AResult.Baseline > 0 ? AResult.Engine / AResult.Baseline : 0.0);
+  BenchRow(AResult.Name, AResult.Engine, "QPainter straight", AResult.Baseline);
 }
 
 // Pans go right and back so that the view stays over the data.

@@ -211,6 +211,8 @@ int RunMBTiles(int ARounds, int AZoom)
     std::printf("%-26s %10.2f %7.2f %10d\n", Series->Name, Median(Series->Ms),
                 Baseline > 0 ? Median(Series->Ms) / Baseline : 0.0, Series->NotReady);
   std::printf("%-26s %10.2f %7.2f\n", "decode only, one core", Baseline, 1.0);
+  for (const TSeries* Series : {&One, &Many})
+    BenchRow(Series->Name, Median(Series->Ms), "decode only, one core", Baseline);
   return 0;
 }
 } // namespace
@@ -299,5 +301,7 @@ int main(int argc, char** argv)
                 Baseline > 0 ? Median(Series->Ms) / Baseline : 0.0, double(Series->Requests) / Rounds,
                 Series->MaxConcurrent, Series->Connections, Series->NotReady);
   std::printf("%-26s %10.1f %7.1f\n", "decode only, one core", Baseline, 1.0);
+  for (const TSeries* Series : {&Disk, &Net2, &Net30})
+    BenchRow(Series->Name, Median(Series->Ms), "decode only, one core", Baseline);
   return 0;
 }

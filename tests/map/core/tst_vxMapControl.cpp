@@ -507,6 +507,31 @@ void TestMapControl::zoomEventsAndRefusals()
   QCOMPARE(Layer->TestViewInfo()->CalculateCount(), Layouts);
   Map.EndUpdate();
   QCOMPARE(Layer->TestViewInfo()->CalculateCount(), Layouts + 1);
+  // A bracket in which nothing changed lays nothing out.
+  Map.BeginUpdate();
+  Map.SetCenterPoint(Geo(31, 41));
+  Map.EndUpdate();
+  QCOMPARE(Layer->TestViewInfo()->CalculateCount(), Layouts + 1);
+
+  // Before its window exists the control counts as locked for a zoom: an
+  // animated one is applied at once, with one layout instead of a tick's
+  // layout each (the start zoom of the main window).
+  {
+    TvxMapControl Hidden;
+    TvxTestLayer* HiddenLayer = Prepare(Hidden);
+    Hidden.OptionsBehavior().SetAnimation(true);
+    int HiddenChanged = 0;
+    Hidden.OnZoomLevelChanged = [&HiddenChanged](TvxCustomMapControl*) { ++HiddenChanged; };
+    const int Before = HiddenLayer->TestViewInfo()->CalculateCount();
+    Hidden.SetZoomLevel(12);
+    QCOMPARE(Hidden.ActualZoomLevel(), 12.0);
+    QVERIFY(!Hidden.AnimationController().IsAnimating());
+    QCOMPARE(HiddenChanged, 1);
+    QCOMPARE(HiddenLayer->TestViewInfo()->CalculateCount(), Before + 1);
+    Hidden.ZoomAsync(14);
+    QCOMPARE(Hidden.ActualZoomLevel(), 14.0);
+    QCOMPARE(HiddenChanged, 2);
+  }
 
   // Asynchronous: one report, at the end.
   Map.Zoom(4, false);

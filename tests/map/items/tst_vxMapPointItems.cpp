@@ -144,6 +144,24 @@ private Q_SLOTS:
     QVERIFY((TextBounds(Pin).center() - (Head.topLeft() + QPoint(17, 17))).manhattanLength() <= 2);
     Pin->TitleOptions().SetVisibility(mitvAuto);
 
+    // Attributes a pin does not show (the feed restamps them on every
+    // report) ask for no layout; a shown title follows them, as above.
+    Map.Control.BeginUpdate();
+    Pin->Attributes().SetValue(QStringLiteral("NAME"), QStringLiteral("Alexandra Morgan"));
+    QVERIFY(!Map.Control.IsViewInfoDirty());
+    Pin->SetText(QString());
+    Pin->TitleOptions().SetVisibility(mitvVisible);
+    Map.Control.EndUpdate();
+    const int Longer = TextBounds(Pin).width();
+    QVERIFY(Longer > Wide);
+    Map.Control.BeginUpdate();
+    Pin->Attributes().SetValue(QStringLiteral("NAME"), QStringLiteral("Al"));
+    QVERIFY(Map.Control.IsViewInfoDirty());
+    Map.Control.EndUpdate();
+    QVERIFY(TextBounds(Pin).width() < Longer);
+    Pin->SetText(QStringLiteral("7"));
+    Pin->TitleOptions().SetVisibility(mitvAuto);
+
     // An image is centred by default and the text starts at its top-right.
     auto* Pointer = AddAt<TvxMapPointer>(Map, P);
     Pointer->SetImage(MarkerImage(20, Qt::blue).copy(0, 0, 20, 10));
