@@ -8,6 +8,7 @@
 #include "FeedMessageU.h"
 #include "GPSImageLegend.h"
 #include "IniFileU.h"
+#include "JournalU.h"
 #include "InternetProbeU.h"
 #include "MainLayoutU.h"
 #include "LiveMarkersU.h"
@@ -24,6 +25,7 @@
 #include "RosterU.h"
 #include "SkinsU.h"
 #include "StatusImagesU.h"
+#include "TrailsU.h"
 #include "vxMapControl.h"
 #include "vxMapControlKmlFileLoader.h"
 #include "vxMapControlMultiScaleTile.h"
@@ -119,11 +121,15 @@ void TfrmMain::BuildControls()
   connect(rosterKey, &QShortcut::activated, this, [this] { btnRosterClick(); });
   auto* alarmKey = new QShortcut(QKeySequence(Qt::Key_F8), this);
   connect(alarmKey, &QShortcut::activated, this, [this] { RosterNextAlarm(); });
+  auto* trailKey = new QShortcut(QKeySequence(Qt::Key_F3), this);
+  connect(trailKey, &QShortcut::activated, this, [this] { SetTrailsVisible(!FTrails->Visible()); });
+  connect(pnlRoster->cbNames, &QCheckBox::toggled, this, [this](bool on) { SetTrailsVisible(on); });
   // Message boxes belong to this window, and say when the feed waits on one.
   Dialogs::SetMainWindow(this);
   Dialogs::SetOnMessageBox([this](bool open) { lblPaused->setVisible(open && FFeedLink && FFeedLink->Delivering()); });
 
   FLiveMarkers = std::make_unique<TLiveMarkers>(Map, KestrelLiveMarkers);
+  FTrails = std::make_unique<TTrails>(KestrelLiveMarkers);
   FLayerCatalog = std::make_unique<TLayerCatalog>(Map);
   FStaticMarkers = std::make_unique<TStaticMarkers>(Map, KestrelStaticMarkers, lbStaticMarkers, MarkerImageLists());
   FBaseMaps = std::make_unique<TBaseMaps>(
@@ -208,7 +214,13 @@ void TfrmMain::FormCreate()
     Map->SetCenterPoint(TvxMapControlGeoPoint::Create(StartupLat, StartupLon));
     Map->SetZoomLevel(StartupZoom);
 
-    FFeedLink->OnTCPDataReceived = [this](const QString& msg) { TCPDataReceived(msg); };
+    if (RuntimeMode && !Globals::ConfigDir.isEmpty())
+      StartJournal();
+    FFeedLink->OnTCPDataReceived = [this](const QString& msg) {
+      if (FJournal)
+        FJournal->Append(msg.toUtf8());
+      TCPDataReceived(msg);
+    };
     FFeedLink->SetPort(TCPPort);
     SetTCPListenerActive(false);
     SetTCPListenerPaused(false);
@@ -670,14 +682,17 @@ void TfrmMain::TCPDataReceived(const QString& msg)
       RunSystemCommand(command);
     if (!message.HasLiveMarkers)
       return;
+    FTrails->Record(message.Reports, Clock::Now());
     TLiveMarkerHooks hooks;
     hooks.OnInit = [this](const TLiveMarkerReport&) { BringApplicationToFront(); };
     hooks.OnCurrentUserReport = [this](const TLiveMarkerReport& report) { CurrentUserReport(report); };
     FLiveMarkers->ApplyReports(message, hooks);
+    ShowTrail();
     RefreshRoster();
   } catch (...) {
     // Whatever failed, and whoever threw it: the user hears of it, as of
     // any other failure, and the next frame finds the window as it was.
+    ShowTrail();
     RefreshRoster();
     Dialogs::ReportCurrentFailure();
   }
@@ -775,6 +790,7 @@ void TfrmMain::PingTimerTimer()
     LastMarkerCheck = now;
     Map->BeginUpdate();
     FLiveMarkers->AgePass(now);
+    ShowTrail();
     Map->EndUpdate();
     AllowChangingEvent = true;
   }
@@ -822,6 +838,35 @@ void TfrmMain::RefreshRoster()
   if (PutMode || GetMode)
     return;
   pnlRoster->RequestRefresh();
+}
+
+// ---------------------------------------------------------------------------
+// Journal and trails
+
+void TfrmMain::StartJournal()
+{
+  const TIniFile ini(Globals::JoinPath(Globals::ConfigDir, QStringLiteral("Mapwright.ini")));
+  const TJournalSettings settings = TJournalSettings::Read(ini);
+  if (!settings.Enabled)
+    return;
+  FJournal = std::make_unique<TJournal>();
+  // The status text, not a message box: the feed must not wait on it.
+  FJournal->OnStopped = [this](const QString& message) { StatusBarPanel0->setText(message); };
+  FJournal->Start(Globals::JoinPath(Globals::ConfigDir, QStringLiteral("Journal")),
+                  settings.MaxTotalMB * 1024 * 1024);
+}
+
+void TfrmMain::ShowTrail()
+{
+  Map->BeginUpdate();
+  FTrails->Show(FLiveMarkers->SelectedLiveMarker ? FLiveMarkers->CurrentUserID : QString(), Clock::Now());
+  Map->EndUpdate();
+}
+
+void TfrmMain::SetTrailsVisible(bool visible)
+{
+  FTrails->SetVisible(visible);
+  ShowTrail();
 }
 
 QString TfrmMain::TestMarkersFixture()
@@ -1059,6 +1104,7 @@ void TfrmMain::MapSelectionChanging(IvxMapItem* AItem, bool&)
     pin->SetIndex(KestrelLiveMarkers->MapItems().Count() - 1);
     StatusBarPanel1->setText(QStringLiteral("Fix Status: ") + text("FIXSTATUS"));
     FLiveMarkers->UpdateAllStatusImages();
+    ShowTrail();
     pnlRoster->SetSelectedID(FLiveMarkers->CurrentUserID);
   } else if (pin->Tag() == StaticMarkerTag) {
     FStaticMarkers->SelectionChanged(pin);

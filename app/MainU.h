@@ -29,7 +29,9 @@ class TFeedLink;
 
 class TCoordinateFormats;
 class TIniFile;
+class TJournal;
 class TLiveMarkers;
+class TTrails;
 class TStaticMarkers;
 class TLayerCatalog;
 class TSkinController;
@@ -134,6 +136,13 @@ public:
   void RefreshRoster();
   bool RosterVisible = false;
   bool RosterNames = false;
+
+  // The journal of this run (null when off) and the selected person's
+  // trail: off with the roster's names, or on and off with F3.
+  TJournal* Journal() const { return FJournal.get(); }
+  TTrails& Trails() { return *FTrails; }
+  void ShowTrail();
+  void SetTrailsVisible(bool visible);
 
   void UpdateStaticMarkerStatusImage(TvxMapPushpin* Marker, bool CurrentMarkerFlag);
 
@@ -300,6 +309,7 @@ private:
   void PlaceAttribution();
   QString WindowStateText() const;
 
+  void StartJournal();
   void PlaceGetPutMarker();
   void BuildBaseMapMenu();
   void SetBaseMapFlags(const TBaseMapFlags& flags);
@@ -332,6 +342,8 @@ private:
   std::unique_ptr<TBaseMaps> FBaseMaps;
   std::unique_ptr<TServerSettings> FServers;
   std::unique_ptr<TCoordinateFormats> FCoordinates;
+  std::unique_ptr<TTrails> FTrails;
+  std::unique_ptr<TJournal> FJournal;
   Qt::CursorShape FScreenCursor = Qt::ArrowCursor;
   bool FProbePending = false;
   QString FLastStateText; // the window state last told to the parent

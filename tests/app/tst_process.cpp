@@ -2,6 +2,8 @@
 // Each run gets its own configuration and runtime directory, so the
 // single-instance rule never couples two tests.
 
+#include "JournalFormatU.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -730,6 +732,48 @@ private Q_SLOTS:
     QVERIFY(!parent.Server.hasPendingConnections());
     QVERIFY(parent.Finish());
     QCOMPARE(parent.Process.exitCode(), 0);
+  }
+
+  // Frames reach the run's journal within a second, as received; a kill in
+  // the middle of a stream of frames leaves every line before it whole.
+  void journalSurvivesAKill()
+  {
+    TParent parent;
+    parent.WriteIni({});
+    parent.Start({parent.Config.path(), QStringLiteral("RunTime")});
+    QVERIFY(parent.WaitForPeer());
+    const auto frame = [](int n) {
+      return "<KestrelMapData><LiveMarkers>\n<M ID=\"" + QByteArray::number(n % 40) +
+             "\" NAME=\"a\\b\" STATUS=\"ON\" LAT=\"41." + QByteArray::number(n) +
+             "\" LON=\"-80.3\" FIXRADIUS=\"5\"/></LiveMarkers></KestrelMapData>";
+    };
+    for (int n = 0; n < 5; ++n)
+      parent.Send(frame(n) + "\r");
+    const QString folder = parent.Config.filePath(QStringLiteral("Maps/Journal"));
+    const auto journal = [&folder] {
+      const QStringList files = QDir(folder).entryList({QStringLiteral("*.journal")}, QDir::Files);
+      return files.size() == 1 ? JournalFormat::ReadFile(QDir(folder).filePath(files[0])) : TJournalContents();
+    };
+    QElapsedTimer waited;
+    waited.start();
+    QVERIFY(QTest::qWaitFor([&] { return journal().Entries.size() == 5; }, 5000));
+    QVERIFY2(waited.elapsed() < 2500, QByteArray::number(waited.elapsed()));
+    QCOMPARE(journal().Entries[4].Frame, frame(4));
+
+    // A stream of frames, and a kill while they still come.
+    for (int n = 5; n < 4000; ++n) {
+      parent.Send(frame(n) + "\r");
+      if (n == 3000)
+        QTest::qWait(1100);
+    }
+    parent.Process.kill();
+    QVERIFY(parent.Process.waitForFinished(5000));
+    const TJournalContents after = journal();
+    QVERIFY2(after.BrokenLines.isEmpty(), qPrintable(QString::number(after.BrokenLines.value(0))));
+    QVERIFY2(after.Entries.size() > 5, qPrintable(QString::number(after.Entries.size())));
+    QVERIFY(after.Entries.size() < 4000); // the kill came while frames were still arriving
+    for (int n = 0; n < after.Entries.size(); ++n)
+      QCOMPARE(after.Entries[n].Frame, frame(n));
   }
 
   // A killed instance leaves its lock and socket behind; the next start runs all the same.

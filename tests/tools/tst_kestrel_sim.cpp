@@ -1,10 +1,12 @@
 #include "ConfigPort.h"
 #include "FeedServer.h"
 #include "FrameSplitter.h"
+#include "JournalReplay.h"
 #include "ProcStat.h"
 #include "Scenario.h"
 #include "ScenarioPlayer.h"
 
+#include <QBuffer>
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
@@ -83,6 +85,8 @@ private Q_SLOTS:
   void simShutsMapwrightDownOnSignal();
   void simPassesOnMapwrightExitCode();
   void simAnswersVersionAndRefusesUnknownOptions();
+  void replayKeepsJournalTiming();
+  void replayNamesBrokenLinesAndRefusesBadMoments();
 };
 
 void TestKestrelSim::splitterCutsOnEveryLineEnd_data()
@@ -494,6 +498,88 @@ void TestKestrelSim::simAnswersVersionAndRefusesUnknownOptions()
   QVERIFY(sim.waitForFinished(15000));
   QCOMPARE(sim.exitCode(), 2);
   QVERIFY(sim.readAllStandardError().contains("frobnicate"));
+}
+
+namespace
+{
+// Four frames of a journal 0, 0.4, 1.0 and 1.2 s after its first, one
+// escaped line feed among them.
+const QByteArray SampleJournal = "2026-11-23T09:59:58.000 <a/>\n"
+                                 "2026-11-23T09:59:58.400 <b\\x0Ab/>\n"
+                                 "2026-11-23T09:59:59.000 <c/>\n"
+                                 "2026-11-23T09:59:59.200 <d/>\n";
+
+TJournalContents readJournal(QByteArray text)
+{
+  QBuffer buffer(&text);
+  buffer.open(QIODevice::ReadOnly);
+  return JournalFormat::Read(buffer);
+}
+} // namespace
+
+// Frames leave at their distances in the journal, divided by --speed;
+// --from starts part way, the frames of the 15 s before it at once.
+void TestKestrelSim::replayKeepsJournalTiming()
+{
+  const TJournalContents journal = readJournal(SampleJournal);
+  const Scenario s = JournalReplay::toScenario(journal, std::nullopt);
+  QVERIFY(s.ok());
+  FeedServer server;
+  QVERIFY(server.listen(0));
+  ScenarioPlayer player(s, &server);
+  player.setSpeed(2);
+  FakeMapwright peer;
+  QElapsedTimer clock;
+  clock.start();
+  QVERIFY(peer.connectTo(server.port()));
+  QList<qint64> arrivals;
+  QList<QByteArray> frames;
+  while (frames.size() < 4 && clock.elapsed() < 5000)
+  {
+    for (const QByteArray& frame : peer.takeFrames(1, 50))
+    {
+      frames << frame;
+      arrivals << clock.elapsed();
+    }
+  }
+  QCOMPARE(frames, (QList<QByteArray>{"<a/>", "<b\nb/>", "<c/>", "<d/>"}));
+  const QList<qint64> expected{0, 200, 500, 600};
+  for (int i = 1; i < 4; ++i)
+  {
+    const qint64 gap = arrivals[i] - arrivals[0];
+    QVERIFY2(std::abs(gap - expected[i]) < 150, qPrintable(QStringLiteral("frame %1 at %2 ms").arg(i).arg(gap)));
+  }
+
+  const auto from = JournalFormat::ResolveTime(QStringLiteral("09:59:58.900"), journal.Start());
+  const Scenario later = JournalReplay::toScenario(journal, from);
+  QList<qint64> times;
+  for (const ScenarioFrame& frame : later.frames)
+    times << frame.atMs;
+  QCOMPARE(times, (QList<qint64>{0, 0, 100, 300}));
+  QVERIFY(!JournalReplay::toScenario(readJournal("nothing here\n"), std::nullopt).ok());
+}
+
+// Broken lines of a journal are named on stderr before the replay starts;
+// a moment that is no time, or one past the journal's end, ends with 2.
+void TestKestrelSim::replayNamesBrokenLinesAndRefusesBadMoments()
+{
+  QTemporaryDir dir;
+  const QString path = dir.filePath("run.journal");
+  QFile file(path);
+  QVERIFY(file.open(QIODevice::WriteOnly));
+  file.write(QByteArray(SampleJournal).insert(SampleJournal.indexOf("2026-11-23T09:59:59.000"), "broken\n") +
+             "2026-11-23T10:00:00.000 <cut");
+  file.close();
+
+  QProcess sim;
+  for (const char* from : {"x", "10:00:30"})
+  {
+    sim.start(KESTREL_SIM_EXE, {"--config", dir.path(), "--replay", path, "--from", from});
+    QVERIFY(sim.waitForFinished(15000));
+    QCOMPARE(sim.exitCode(), 2);
+    const QByteArray errors = sim.readAllStandardError();
+    QVERIFY2(errors.contains("skipped 2 broken line(s): 3, 6"), errors.constData());
+  }
 }
 
 int main(int argc, char* argv[])

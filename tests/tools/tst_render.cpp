@@ -19,6 +19,7 @@
 #include <QTest>
 
 #include <cmath>
+#include <functional>
 
 namespace
 {
@@ -254,6 +255,59 @@ private Q_SLOTS:
     QCOMPARE(vxRenderRun(LArgs, LErrors), 0);
     QVERIFY(LTimer.elapsed() < 10000);
     QVERIFY2(LErrors.contains("some tiles failed"), LErrors.constData());
+  }
+
+  // A journal drawn at a moment: frames up to it with their own times,
+  // people silent for more than 15 s by then gone, the selected person's
+  // trail under the pins; broken lines are named and the rest count.
+  void JournalAtAMoment()
+  {
+    const QString LJournal = Out(QStringLiteral("run.journal"));
+    const auto LFrame = [](const char* ATime, const char* AId, const char* AStatus, double ALat, const char* AInit) {
+      return QByteArray(ATime) + " <KestrelMapData><LiveMarkers><M ID=\"" + AId + "\" STATUS=\"" + AStatus +
+             "\" LAT=\"" + QByteArray::number(ALat, 'f', 6) + "\" LON=\"8.54\" FIXRADIUS=\"5\" INIT=\"" + AInit +
+             "\"/></LiveMarkers></KestrelMapData>\n";
+    };
+    WriteFile(LJournal, LFrame("2026-11-23T10:00:00.000", "1", "ON", 47.3700, "TRUE") +
+                          LFrame("2026-11-23T10:00:00.500", "2", "PANIC", 47.3701, "FALSE") +
+                          "2026-11-23T10:00:03.000 <broken\\q/>\n" +
+                          LFrame("2026-11-23T10:00:10.000", "1", "ON", 47.3703, "FALSE") +
+                          LFrame("2026-11-23T10:00:20.000", "1", "ON", 47.3706, "FALSE"));
+    const auto LRender = [&](const QString& AAt, const QString& AName, QByteArray& AErrors) {
+      return vxRenderRun({QStringLiteral("--size"), QStringLiteral("300x400"), QStringLiteral("--center"),
+                          QStringLiteral("47.3703,8.54"), QStringLiteral("--zoom"), QStringLiteral("18"),
+                          QStringLiteral("--out"), Out(AName), QStringLiteral("--no-navigation"),
+                          QStringLiteral("--frames"), LJournal, QStringLiteral("--at"), AAt},
+                         AErrors);
+    };
+    const auto LCount = [](const QImage& AImage, const std::function<bool(const QColor&)>& ATest) {
+      int LN = 0;
+      for (int Y = 0; Y < AImage.height(); ++Y)
+        for (int X = 0; X < AImage.width(); ++X)
+          LN += ATest(AImage.pixelColor(X, Y));
+      return LN;
+    };
+    const auto LPanic = [](const QColor& C) { return C.rgb() == TLiveImageList::MainColour(10).rgb(); };
+    const auto LTrail = [](const QColor& C) { return C.blue() > C.red() + 60 && C.blue() > C.green() + 40; };
+
+    QByteArray LErrors;
+    QCOMPARE(LRender(QStringLiteral("10:00:05"), QStringLiteral("early.png"), LErrors), 0);
+    QCOMPARE(LErrors, QByteArray("mapwright-render: journal line 3: broken line, skipped\n"));
+    const QImage LEarly = QImage(Out(QStringLiteral("early.png"))).convertToFormat(QImage::Format_RGB32);
+    QVERIFY(LCount(LEarly, LPanic) > 20);
+    const int LEarlyBlue = LCount(LEarly, LTrail);
+
+    LErrors.clear();
+    QCOMPARE(LRender(QStringLiteral("25"), QStringLiteral("late.png"), LErrors), 0);
+    const QImage LLate = QImage(Out(QStringLiteral("late.png"))).convertToFormat(QImage::Format_RGB32);
+    QCOMPARE(LCount(LLate, LPanic), 0); // silent for 24.5 s
+    const int LLateBlue = LCount(LLate, LTrail);
+    QVERIFY2(LLateBlue > LEarlyBlue + 100, qPrintable(QStringLiteral("%1 %2").arg(LEarlyBlue).arg(LLateBlue)));
+
+    LErrors.clear();
+    QCOMPARE(LRender(QStringLiteral("half past"), QStringLiteral("bad.png"), LErrors), 2);
+    QVERIFY2(LErrors.contains("--at"), LErrors.constData());
+    QVERIFY(!QFileInfo::exists(Out(QStringLiteral("bad.png"))));
   }
 
   // Frames go through the live marker store: the selected person's image

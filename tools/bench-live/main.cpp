@@ -18,9 +18,11 @@
 #include "FeedLinkU.h"
 #include "FeedMessageU.h"
 #include "InternetProbeU.h"
+#include "JournalU.h"
 #include "LiveMarkersU.h"
 #include "MainU.h"
 #include "RosterU.h"
+#include "TrailsU.h"
 #include "vxMapControl.h"
 
 #include <QApplication>
@@ -34,6 +36,7 @@
 #include <QTcpSocket>
 #include <QTemporaryDir>
 
+#include <cmath>
 #include <cstdio>
 #include <functional>
 #include <vector>
@@ -135,7 +138,8 @@ int main(int argc, char** argv)
               "medians of %d rounds\n",
               People, static_cast<long long>(onRound.size()), longest, FrameLimit, rounds);
 
-  std::vector<double> parseOnly, firstRound, repeatRound, flashTick, rosterRound, rosterFiltered;
+  std::vector<double> parseOnly, firstRound, repeatRound, flashTick, rosterRound, rosterFiltered, journalRound,
+    trailShow;
   int composedInRepeat = 0, paintsFirst = 0, paintsRepeat = 0;
   for (int round = 0; round < rounds; ++round) {
     parseOnly.push_back(Time([&] {
@@ -210,6 +214,40 @@ int main(int argc, char** argv)
       phase = !phase;
     }
     flashTick.push_back(Median(ticks));
+
+    // What the journal costs the window once a second at this rate: the
+    // round's lines kept, then written and pushed to the disk.
+    {
+      TJournal journal;
+      journal.Start(dir.filePath(QStringLiteral("Maps/Journal")), qint64(1) << 40);
+      journalRound.push_back(Time([&] {
+        for (const QString& frame : onRound)
+          journal.Append(frame.toUtf8());
+        journal.Flush();
+      }));
+    }
+
+    // The selected person's full trail: a report a second for 15 minutes.
+    {
+      const QDateTime start = QDateTime::currentDateTime();
+      for (int second = 0; second < TTrails::KeepSeconds; ++second) {
+        TLiveMarkerReport report;
+        report.Id = QStringLiteral("trail");
+        report.Lat = 41.3133 + 0.0004 * std::sin(second / 60.0);
+        report.Lon = -80.3387 + 0.0000015 * second;
+        form.Trails().Record({report}, start.addSecs(second));
+      }
+      const QDateTime end = start.addSecs(TTrails::KeepSeconds - 1);
+      std::vector<double> shows;
+      for (int tick = 0; tick < 9; ++tick)
+        shows.push_back(Time([&] {
+          form.Map->BeginUpdate();
+          form.Trails().Show(QStringLiteral("trail"), end);
+          form.Map->EndUpdate();
+          form.Map->repaint();
+        }));
+      trailShow.push_back(Median(shows));
+    }
     form.close();
   }
 
@@ -223,11 +261,15 @@ int main(int argc, char** argv)
   line("flash tick, 1,000 alarms, with paint", Median(flashTick));
   line("roster round, 1,000 people, with paint", Median(rosterRound));
   line("roster round with a filter typed", Median(rosterFiltered));
+  line("journal: a round kept, written, synced", Median(journalRound));
+  line("trail of 900 positions drawn, with paint", Median(trailShow));
   std::printf("images composed in the repeated rounds: %d; map paints per first round: %d, per repeated round: %d\n",
               composedInRepeat, paintsFirst / rounds, paintsRepeat / rounds);
   BenchRow("live: first round, 1,000 people", Median(firstRound), "parse only, one round", base);
   BenchRow("live: the same round again", Median(repeatRound), "parse only, one round", base);
   BenchRow("live: flash tick, 1,000 alarms", Median(flashTick), "parse only, one round", base);
   BenchRow("live: roster round", Median(rosterRound), "parse only, one round", base);
+  BenchRow("live: journal, a round written and synced", Median(journalRound), "parse only, one round", base);
+  BenchRow("live: a 900-position trail drawn", Median(trailShow), "parse only, one round", base);
   return composedInRepeat == 0 ? 0 : 1;
 }

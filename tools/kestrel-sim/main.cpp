@@ -2,6 +2,7 @@
 // mapwright by hand. See README.md beside this file.
 
 #include "ConsoleLog.h"
+#include "JournalReplay.h"
 #include "SimSession.h"
 
 #include <QCommandLineParser>
@@ -19,11 +20,19 @@ const QStringList Modes{"RunTime", "Config", "Put", "Get", "Test"};
 const char* const HelpUsage =
     "Usage: kestrel-sim --config DIR [--mode WORD] [--port N] [--scenario FILE] [--loop]\n"
     "                   [--speed F] [--mapwright PATH] [--no-launch] [--verbose]\n"
+    "       kestrel-sim --config DIR --replay JOURNAL [--from TIME] [--speed F] [...]\n"
     "       kestrel-sim --help | --version\n";
 const char* const HelpEnd =
     "\n"
     "Example:\n"
     "  kestrel-sim --config build/demo-config --scenario data/demo/scenario.txt\n"
+    "  kestrel-sim --config build/demo-config --replay JOURNAL --from 12:04:30 --speed 4\n"
+    "\n"
+    "TIME for --from is a time of day as the journal writes it (12:04:30,\n"
+    "12:04:30.250 or 12:04; a time a minute or more before the journal's first\n"
+    "frame is the next day's), a whole date and time as written\n"
+    "(2026-11-23T12:04:30.250), or seconds from the journal's first frame (90,\n"
+    "90.5). The frames of the 15 s before it go out at once.\n"
     "\n"
     "Exit codes:\n"
     "  N  mapwright's own exit code, when it ended by itself (SHUTDOWN included).\n"
@@ -73,7 +82,12 @@ int main(int argc, char* argv[])
   const QCommandLineOption speed(QStringLiteral("speed"), QStringLiteral("Time factor; 2 plays twice as fast."),
                                  QStringLiteral("F"), QStringLiteral("1"));
   const QCommandLineOption verbose(QStringLiteral("verbose"), QStringLiteral("Print sent frames whole."));
-  cli.addOptions({config, mode, port, scenario, loop, mapwright, noLaunch, speed, verbose});
+  const QCommandLineOption replay(QStringLiteral("replay"),
+                                  QStringLiteral("Play a journal of mapwright back with its own timing."),
+                                  QStringLiteral("JOURNAL"));
+  const QCommandLineOption from(QStringLiteral("from"), QStringLiteral("Where the replay starts (see TIME below)."),
+                                QStringLiteral("TIME"));
+  cli.addOptions({config, mode, port, scenario, loop, mapwright, noLaunch, speed, verbose, replay, from});
   // parse(), not process(): a bad command line ends with 2, as every other
   // mistake does, not with Qt's 1.
   if (!cli.parse(QCoreApplication::arguments()))
@@ -115,7 +129,48 @@ int main(int argc, char* argv[])
   options.mapwright = cli.isSet(mapwright) ? cli.value(mapwright)
                                            : QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("mapwright"));
 
-  if (cli.isSet(scenario))
+  if (cli.isSet(replay) && cli.isSet(scenario))
+    return usageError(QStringLiteral("--replay and --scenario exclude each other"));
+  if (cli.isSet(from) && !cli.isSet(replay))
+    return usageError(QStringLiteral("--from needs --replay"));
+  if (cli.isSet(replay))
+  {
+    const QString path = cli.value(replay);
+    const TJournalContents journal = JournalFormat::ReadFile(path);
+    if (!journal.Error.isEmpty())
+      return usageError(journal.Error);
+    if (!journal.BrokenLines.isEmpty())
+    {
+      // The rest still plays; say where the damage is.
+      QStringList numbers;
+      for (int line : journal.BrokenLines.mid(0, 100))
+        numbers << QString::number(line);
+      if (journal.BrokenLines.size() > 100)
+        numbers << QStringLiteral("and %1 more").arg(journal.BrokenLines.size() - 100);
+      ConsoleLog::error(QStringLiteral("kestrel-sim: %1: skipped %2 broken line(s): %3")
+                            .arg(path)
+                            .arg(journal.BrokenLines.size())
+                            .arg(numbers.join(QStringLiteral(", "))));
+    }
+    std::optional<QDateTime> start;
+    if (cli.isSet(from))
+    {
+      start = JournalFormat::ResolveTime(cli.value(from), journal.Start());
+      if (!start)
+        return usageError(QStringLiteral("--from takes a time of day (12:04:30), a date and time as the journal "
+                                         "writes it, or seconds from its start (90.5)"));
+    }
+    Scenario s = JournalReplay::toScenario(journal, start);
+    if (!s.ok())
+      return usageError(path + QStringLiteral(": ") + s.errors.first().message);
+    ConsoleLog::line(QStringLiteral("-- replay %1: %2 frames from %3, %4 s")
+                         .arg(path)
+                         .arg(s.frames.size())
+                         .arg(QString::fromLatin1(JournalFormat::TimeText(start.value_or(journal.Start()))))
+                         .arg(double(s.lengthMs) / 1000.0));
+    options.scenario = std::move(s);
+  }
+  else if (cli.isSet(scenario))
   {
     Scenario s = Scenario::load(cli.value(scenario));
     if (!s.ok())
@@ -133,7 +188,7 @@ int main(int argc, char* argv[])
     options.scenario = std::move(s);
   }
   else if (options.loop)
-    return usageError(QStringLiteral("--loop needs --scenario"));
+    return usageError(QStringLiteral("--loop needs --scenario or --replay"));
 
   SimSession session(std::move(options));
   QObject::connect(&session, &SimSession::done, &app, &QCoreApplication::exit);

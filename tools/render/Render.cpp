@@ -2,11 +2,14 @@
 
 #include "ArcGISMapProviderU.h"
 #include "BaseMapsU.h"
+#include "ClockU.h"
 #include "ErrorsU.h"
 #include "FeedMessageU.h"
 #include "GlobalsU.h"
 #include "IniFileU.h"
+#include "JournalFormatU.h"
 #include "LiveMarkersU.h"
+#include "TrailsU.h"
 #include "MarkerImagesU.h"
 #include "StaticMarkersU.h"
 #include "LayerCatalogU.h"
@@ -26,6 +29,7 @@
 #include <QFileInfo>
 #include <QImage>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QThread>
 
 #include <algorithm>
@@ -59,6 +63,7 @@ struct TRenderArguments
   QString TilePrefix;
   QList<TLayerArgument> Layers;
   QString Frames;
+  QString At;
   bool Navigation = true;
   double Wait = 10;
 };
@@ -326,7 +331,7 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
                                            QStringLiteral("--tiles"),     QStringLiteral("--tile-cache"),
                                            QStringLiteral("--tile-prefix"), QStringLiteral("--layer"),
                                            QStringLiteral("--wait"),      QStringLiteral("--frames"),
-                                           QStringLiteral("--config")};
+                                           QStringLiteral("--config"),    QStringLiteral("--at")};
     if (!LWithValue.contains(LName))
     {
       AError = QStringLiteral("unknown argument \"%1\"").arg(LName);
@@ -388,6 +393,8 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
     }
     else if (LName == QLatin1String("--frames"))
       AResult.Frames = LValue;
+    else if (LName == QLatin1String("--at"))
+      AResult.At = LValue;
     else if (LName == QLatin1String("--config"))
       AResult.Config = LValue;
     else if (LName == QLatin1String("--wait"))
@@ -408,9 +415,86 @@ bool ParseArguments(const QStringList& AArguments, TRenderArguments& AResult, QS
                             "(--center LAT,LON --zoom Z | --config DIR [--center LAT,LON] [--zoom Z]) "
                             "[--tiles URL_TEMPLATE|mbtiles:FILE] [--tile-cache DIR] [--tile-prefix PREFIX] "
                             "[--layer FILE[:fill=#AARRGGBB][:border=#AARRGGBB][:width=N]]... "
-                            "[--frames FILE] [--no-navigation] [--wait SECONDS]");
+                            "[--frames FILE [--at TIME]] [--no-navigation] [--wait SECONDS]");
     return false;
   }
+  if (!AResult.At.isEmpty() && AResult.Frames.isEmpty())
+  {
+    AError = QStringLiteral("--at needs --frames");
+    return false;
+  }
+  return true;
+}
+
+// A journal of the window, as opposed to a file of bare frames: its first
+// line begins with a time stamp.
+bool IsJournal(const QString& AFileName)
+{
+  QFile LFile(AFileName);
+  if (!LFile.open(QIODevice::ReadOnly))
+    return false;
+  const QByteArray LFirst = LFile.readLine(JournalFormat::TimeLength + 2);
+  return LFirst.size() > JournalFormat::TimeLength && LFirst[JournalFormat::TimeLength] == ' ' &&
+         JournalFormat::ParseTime(QByteArrayView(LFirst).first(JournalFormat::TimeLength)).has_value();
+}
+
+// Feeds a journal's frames up to a moment (its end without one) through the
+// live marker store and the trails, with the clock at each frame's arrival,
+// then ages the store as the window would at that moment and draws the
+// selected person's trail. Broken lines and failing frames are reported by
+// line number; the rest count. False with the reason for a file that cannot
+// be read or a moment that is no time.
+bool FeedJournal(TLiveMarkers& AStore, TTrails& ATrails, const QString& AFileName, const QString& AAt,
+                 QByteArray& AErrors, QString& AError)
+{
+  const TJournalContents LJournal = JournalFormat::ReadFile(AFileName);
+  if (!LJournal.Error.isEmpty())
+  {
+    AError = LJournal.Error;
+    return false;
+  }
+  for (int LLine : LJournal.BrokenLines)
+    AErrors += "mapwright-render: journal line " + QByteArray::number(LLine) + ": broken line, skipped\n";
+  if (LJournal.Entries.isEmpty())
+    return true;
+  QDateTime LAt = LJournal.Entries.last().Arrived;
+  if (!AAt.isEmpty())
+  {
+    const auto LResolved = JournalFormat::ResolveTime(AAt, LJournal.Start());
+    if (!LResolved)
+    {
+      AError = QStringLiteral("bad value \"%1\" for --at (a time of day, a date and time as the journal "
+                              "writes it, or seconds from its start)").arg(AAt);
+      return false;
+    }
+    LAt = *LResolved;
+  }
+
+  auto LClock = std::make_unique<TManualClock>(LJournal.Start());
+  TManualClock* LTime = LClock.get();
+  std::unique_ptr<TClock> LOldClock = Clock::Set(std::move(LClock));
+  const auto LRestoreClock = qScopeGuard([&LOldClock] { Clock::Set(std::move(LOldClock)); });
+  for (const TJournalEntry& LEntry : LJournal.Entries)
+  {
+    if (LEntry.Arrived > LAt)
+      break;
+    LTime->SetNow(LEntry.Arrived);
+    try
+    {
+      const TFeedMessage LMessage = ReadFeedMessage(QString::fromLatin1(LEntry.Frame));
+      if (!LMessage.HasLiveMarkers)
+        continue;
+      ATrails.Record(LMessage.Reports, LEntry.Arrived);
+      AStore.ApplyReports(LMessage, {});
+    }
+    catch (const EMapwrightError& E)
+    {
+      AErrors += "mapwright-render: journal line " + QByteArray::number(LEntry.Line) + ": " + E.Message().toUtf8() + '\n';
+    }
+  }
+  LTime->SetNow(LAt);
+  AStore.AgePass(LAt);
+  ATrails.Show(AStore.SelectedLiveMarker ? AStore.CurrentUserID : QString(), LAt);
   return true;
 }
 
@@ -594,7 +678,16 @@ int vxRenderRun(const QStringList& AArguments, QByteArray& AErrors)
       LLayer->SetName(LayerNames::LiveMarkers);
       LLive = std::make_unique<TLiveMarkers>(&LControl, LLayer);
     }
-    if (!FeedFrames(*LLive, LArgs.Frames, AErrors))
+    if (!LArgs.At.isEmpty() || IsJournal(LArgs.Frames))
+    {
+      TTrails LTrails(LLive->Layer());
+      if (!FeedJournal(*LLive, LTrails, LArgs.Frames, LArgs.At, AErrors, LError))
+      {
+        AErrors += "mapwright-render: " + LError.toUtf8() + '\n';
+        return 2;
+      }
+    }
+    else if (!FeedFrames(*LLive, LArgs.Frames, AErrors))
     {
       AErrors += "mapwright-render: cannot read frames \"" + LArgs.Frames.toUtf8() + "\"\n";
       return 2;
