@@ -4,6 +4,18 @@
 #include <QPointer>
 #include <QTcpSocket>
 
+TFrameSplitter::TCut TFrameSplitter::Next(QString& frame)
+{
+  const qsizetype end = FBuffer.indexOf('\r');
+  if (end > MaxFrameLength || (end < 0 && FBuffer.size() > MaxFrameLength))
+    return TCut::Overlong;
+  if (end < 0)
+    return TCut::Partial;
+  frame = TFeedLink::FrameText(FBuffer.left(end)).trimmed();
+  FBuffer.remove(0, end + 1);
+  return TCut::Frame;
+}
+
 TFeedLink::TFeedLink(QObject* parent)
   : QObject(parent)
 {
@@ -59,7 +71,7 @@ void TFeedLink::Run()
   if (FActive || FConnecting)
     return;
   FConnecting = true;
-  FBuffer.clear();
+  FFrames.Clear();
   FSocket = new QTcpSocket(this);
   connect(FSocket, &QTcpSocket::connected, this, &TFeedLink::Connected);
   connect(FSocket, &QTcpSocket::errorOccurred, this, &TFeedLink::Failed);
@@ -90,7 +102,7 @@ void TFeedLink::Drop()
   FConnecting = false;
   FActive = false;
   FPaused = false;
-  FBuffer.clear();
+  FFrames.Clear();
   ++FGeneration;
   if (FSocket) {
     QTcpSocket* socket = FSocket;
@@ -155,7 +167,7 @@ void TFeedLink::ReadAvailable()
 {
   if (!FSocket)
     return;
-  FBuffer += FSocket->readAll();
+  FFrames.Append(FSocket->readAll());
   ProcessFrames();
 }
 
@@ -164,23 +176,19 @@ void TFeedLink::ProcessFrames()
   if (FDelivering)
     return; // the frame in hand finishes first; its caller goes on afterwards
   while (FActive && !FPaused) {
-    qsizetype end = FBuffer.indexOf('\r');
-    if (end < 0 && FSocket && FSocket->bytesAvailable() > 0) {
+    QString text;
+    TFrameSplitter::TCut cut = FFrames.Next(text);
+    if (cut == TFrameSplitter::TCut::Partial && FSocket && FSocket->bytesAvailable() > 0) {
       // The socket does not signal again for bytes that came while a frame was handled.
-      FBuffer += FSocket->readAll();
-      end = FBuffer.indexOf('\r');
+      FFrames.Append(FSocket->readAll());
+      cut = FFrames.Next(text);
     }
-    if (end < 0) {
-      if (FBuffer.size() > MaxFrameLength)
-        Failed();
-      return;
-    }
-    if (end > MaxFrameLength) {
+    if (cut == TFrameSplitter::TCut::Overlong) {
       Failed();
       return;
     }
-    const QString text = FrameText(FBuffer.left(end)).trimmed();
-    FBuffer.remove(0, end + 1);
+    if (cut == TFrameSplitter::TCut::Partial)
+      return;
     if (text.isEmpty() || !OnTCPDataReceived)
       continue;
 

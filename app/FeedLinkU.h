@@ -8,6 +8,28 @@
 
 class QTcpSocket;
 
+// Cuts the parent's bytes into frames at each carriage return, however the
+// bytes arrive. A frame, finished or not, longer than the limit ends the
+// link, so that a parent that never sends a carriage return cannot grow the
+// buffer without end.
+class TFrameSplitter
+{
+public:
+  static constexpr qsizetype MaxFrameLength = 16384;
+
+  enum class TCut { Frame, Partial, Overlong };
+
+  void Append(const QByteArray& bytes) { FBuffer += bytes; }
+  void Clear() { FBuffer.clear(); }
+  // Frame: the first frame is taken off the buffer, its text trimmed (and
+  // possibly empty) in `frame`. Partial: no carriage return yet. Overlong:
+  // the first frame is too long; the buffer stays as it is.
+  TCut Next(QString& frame);
+
+private:
+  QByteArray FBuffer;
+};
+
 // The link to the parent program: a TCP client to 127.0.0.1 that takes
 // frames ended by a carriage return and sends short texts ended by
 // CR CR LF. It runs on the main thread on socket events, so an idle link
@@ -19,7 +41,7 @@ class TFeedLink : public QObject
   Q_OBJECT
 
 public:
-  static constexpr int MaxFrameLength = 16384;
+  static constexpr int MaxFrameLength = int(TFrameSplitter::MaxFrameLength);
   static constexpr int ConnectTimeoutMs = 5000;
   static constexpr int SettleAfterConnectMs = 300;
 
@@ -78,7 +100,7 @@ private:
   bool FDelivering = false;
   quint64 FGeneration = 0; // bumped whenever a socket is dropped
   QString FOutMessage;
-  QByteArray FBuffer;
+  TFrameSplitter FFrames;
   QTcpSocket* FSocket = nullptr; // child of this; dropped sockets are deleted later
   QTimer FConnectTimer;
   QTimer FSettleTimer;
