@@ -20,6 +20,14 @@ const QDateTime& DaysOrigin()
 
 constexpr double MsecsPerDay = 86400000.0;
 
+// A tile file of the cache folder itself. A name with a path in it could
+// reach any file, and eviction deletes what the map names.
+bool IsTileFileName(const QString& AName)
+{
+  return !AName.contains(QLatin1Char('/')) && !AName.contains(QLatin1Char('\\')) && AName != QLatin1String(".") &&
+         AName != QLatin1String("..");
+}
+
 // Name, time and size, split at the first two colons.
 bool ParseMapLine(QByteArray ALine, TvxMapControlCacheMapItem& AItem)
 {
@@ -33,7 +41,7 @@ bool ParseMapLine(QByteArray ALine, TvxMapControlCacheMapItem& AItem)
   AItem.FName = QString::fromLocal8Bit(ALine.left(First));
   AItem.FTime = ALine.mid(First + 1, Second - First - 1).toDouble(&TimeOk);
   AItem.FSize = ALine.mid(Second + 1).toInt(&SizeOk);
-  return TimeOk && SizeOk;
+  return TimeOk && SizeOk && IsTileFileName(AItem.FName);
 }
 } // namespace
 
@@ -90,7 +98,7 @@ void TvxMapControlDiskCacheMap::LoadFromFile(const QString& AFileName)
     ++LineNumber;
     TvxMapControlCacheMapItem Item;
     if (!ParseMapLine(File.readLine(), Item))
-      throw EvxDiskCacheError(QStringLiteral("Line %1 of the cache map \"%2\" is not name:time:size")
+      throw EvxDiskCacheError(QStringLiteral("Line %1 of the cache map \"%2\" is not file name:time:size")
                                 .arg(LineNumber)
                                 .arg(AFileName)
                                 .toStdString());
