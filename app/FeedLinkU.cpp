@@ -15,6 +15,35 @@ namespace
 constexpr qint64 FramesPassBudgetMs = 40;
 }
 
+TFrameSplitter::TCut TFrameSplitter::Next(QString& frame)
+{
+  const qsizetype end = FBuffer.indexOf('\r');
+  if (end > MaxFrameLength || (end < 0 && FBuffer.size() > MaxFrameLength))
+    return TCut::Overlong;
+  if (end < 0)
+    return TCut::Partial;
+  frame = TFeedLink::FrameText(FBuffer.left(end)).trimmed();
+  FBuffer.remove(0, end + 1);
+  return TCut::Frame;
+}
+
+void TFrameSplitter::ReadFrom(QIODevice& device, qint64 limit)
+{
+  const qint64 room = std::min(limit - FBuffer.size(), device.bytesAvailable());
+  if (room <= 0)
+    return;
+  const qsizetype size = FBuffer.size();
+  FBuffer.resize(size + room);
+  const qint64 got = device.read(FBuffer.data() + size, room);
+  FBuffer.resize(size + std::max<qint64>(got, 0));
+}
+
+void TFrameSplitter::ReleaseIfEmpty()
+{
+  if (FBuffer.isEmpty() && FBuffer.capacity() > 0)
+    FBuffer = QByteArray(); // drained: a burst's memory goes back
+}
+
 TFeedLink::TFeedLink(QObject* parent)
   : QObject(parent)
 {
@@ -70,7 +99,7 @@ void TFeedLink::Run()
   if (FActive || FConnecting)
     return;
   FConnecting = true;
-  FBuffer.clear();
+  FFrames.Clear();
   FSocket = new QTcpSocket(this);
   FSocket->setReadBufferSize(ReadLimit);
   connect(FSocket, &QTcpSocket::connected, this, &TFeedLink::Connected);
@@ -102,7 +131,7 @@ void TFeedLink::Drop()
   FConnecting = false;
   FActive = false;
   FPaused = false;
-  FBuffer = QByteArray();
+  FFrames.Clear();
   ++FGeneration;
   if (FSocket) {
     QTcpSocket* socket = FSocket;
@@ -165,7 +194,7 @@ void TFeedLink::FlushOutMessage(int waitMs)
 
 qint64 TFeedLink::BufferedBytes() const
 {
-  return FBuffer.size() + (FSocket ? FSocket->bytesAvailable() : 0);
+  return FFrames.Size() + (FSocket ? FSocket->bytesAvailable() : 0);
 }
 
 void TFeedLink::ReadAvailable()
@@ -176,15 +205,8 @@ void TFeedLink::ReadAvailable()
 
 void TFeedLink::TopUp()
 {
-  if (!FSocket)
-    return;
-  const qint64 room = std::min(ReadLimit - FBuffer.size(), FSocket->bytesAvailable());
-  if (room <= 0)
-    return;
-  const qsizetype size = FBuffer.size();
-  FBuffer.resize(size + room);
-  const qint64 got = FSocket->read(FBuffer.data() + size, room);
-  FBuffer.resize(size + std::max<qint64>(got, 0));
+  if (FSocket)
+    FFrames.ReadFrom(*FSocket, ReadLimit);
 }
 
 void TFeedLink::ProcessFrames()
@@ -194,26 +216,22 @@ void TFeedLink::ProcessFrames()
   QElapsedTimer pass;
   pass.start();
   while (FActive && !FPaused) {
-    qsizetype end = FBuffer.indexOf('\r');
-    if (end < 0) {
+    QString text;
+    TFrameSplitter::TCut cut = FFrames.Next(text);
+    if (cut == TFrameSplitter::TCut::Partial) {
       // The socket does not signal again for bytes that came while a frame
       // was handled, nor for those it held back while its buffer was full.
       TopUp();
-      end = FBuffer.indexOf('\r');
+      cut = FFrames.Next(text);
     }
-    if (end < 0) {
-      if (FBuffer.size() > MaxFrameLength)
-        Failed();
-      else if (FBuffer.isEmpty() && FBuffer.capacity() > 0)
-        FBuffer = QByteArray(); // drained: a burst's memory goes back
-      return;
-    }
-    if (end > MaxFrameLength) {
+    if (cut == TFrameSplitter::TCut::Overlong) {
       Failed();
       return;
     }
-    const QString text = FrameText(FBuffer.left(end)).trimmed();
-    FBuffer.remove(0, end + 1);
+    if (cut == TFrameSplitter::TCut::Partial) {
+      FFrames.ReleaseIfEmpty();
+      return;
+    }
     if (text.isEmpty() || !OnTCPDataReceived)
       continue;
 
@@ -237,7 +255,7 @@ void TFeedLink::ProcessFrames()
     SendPending();
     // Each frame is handled to its end before the next is read; those that
     // came together go on in this pass, the rest after a turn of the loop.
-    const bool more = FBuffer.contains('\r') || (FSocket && FSocket->bytesAvailable() > 0);
+    const bool more = FFrames.HasFrame() || (FSocket && FSocket->bytesAvailable() > 0);
     if (more && pass.elapsed() < FramesPassBudgetMs)
       continue;
     if (!FContinue.isActive())

@@ -6,7 +6,37 @@
 #include <QTimer>
 #include <functional>
 
+class QIODevice;
 class QTcpSocket;
+
+// Cuts the parent's bytes into frames at each carriage return, however the
+// bytes arrive. A frame, finished or not, longer than the limit ends the
+// link, so that a parent that never sends a carriage return cannot grow the
+// buffer without end.
+class TFrameSplitter
+{
+public:
+  static constexpr qsizetype MaxFrameLength = 16384;
+
+  enum class TCut { Frame, Partial, Overlong };
+
+  void Append(const QByteArray& bytes) { FBuffer += bytes; }
+  // Reads from the device what it has, up to `limit` bytes held in all.
+  void ReadFrom(QIODevice& device, qint64 limit);
+  void Clear() { FBuffer = QByteArray(); }
+  // An empty buffer gives its memory back.
+  void ReleaseIfEmpty();
+  bool HasFrame() const { return FBuffer.contains('\r'); }
+  qsizetype Size() const { return FBuffer.size(); }
+  qsizetype Capacity() const { return FBuffer.capacity(); }
+  // Frame: the first frame is taken off the buffer, its text trimmed (and
+  // possibly empty) in `frame`. Partial: no carriage return yet. Overlong:
+  // the first frame is too long; the buffer stays as it is.
+  TCut Next(QString& frame);
+
+private:
+  TFrameSplitter FFrames;
+};
 
 // The link to the parent program: a TCP client to 127.0.0.1 that takes
 // frames ended by a carriage return and sends short texts ended by
@@ -19,7 +49,7 @@ class TFeedLink : public QObject
   Q_OBJECT
 
 public:
-  static constexpr int MaxFrameLength = 16384;
+  static constexpr int MaxFrameLength = int(TFrameSplitter::MaxFrameLength);
   // The link reads ahead no more than the longest frame, its terminator and
   // this margin; the rest waits in the kernel, whose full window makes a
   // flooding parent wait instead of this process grow.
@@ -60,7 +90,7 @@ public:
   // buffer and the socket's.
   qint64 BufferedBytes() const;
   // Memory the link's own buffer holds, used or not.
-  qint64 BufferCapacity() const { return FBuffer.capacity(); }
+  qint64 BufferCapacity() const { return FFrames.Capacity(); }
 
   // Receives each trimmed, non-empty frame.
   std::function<void(const QString&)> OnTCPDataReceived;
@@ -89,7 +119,7 @@ private:
   bool FDelivering = false;
   quint64 FGeneration = 0; // bumped whenever a socket is dropped
   QString FOutMessage;
-  QByteArray FBuffer;
+  TFrameSplitter FFrames;
   QTcpSocket* FSocket = nullptr; // child of this; dropped sockets are deleted later
   QTimer FConnectTimer;
   QTimer FSettleTimer;

@@ -59,6 +59,13 @@ QString OneLine(QString text)
   return text;
 }
 
+bool ReadsAsUtf8(const QByteArray& bytes)
+{
+  QStringDecoder decoder(QStringConverter::Utf8, QStringConverter::Flag::Stateless);
+  const QString text = decoder(bytes); // the decoder works when its result is taken
+  return !decoder.hasError();
+}
+
 bool FitsLatin1(const QString& text)
 {
   for (QChar c : text)
@@ -235,8 +242,10 @@ bool TIniFile::UpdateFile(QString* error)
 
   const QString text = Text();
   QByteArray bytes = FBom ? Utf8Bom : QByteArray();
-  // A Latin-1 file stays Latin-1 unless a written value cannot be put in it.
-  bytes += FLatin1 && FitsLatin1(text) ? text.toLatin1() : text.toUtf8();
+  // A Latin-1 file stays Latin-1 unless a written value cannot be put in it,
+  // or the write removed the last bytes that made it no UTF-8: the next
+  // read would then take its other accented letters for UTF-8.
+  bytes += FLatin1 && FitsLatin1(text) && !ReadsAsUtf8(text.toLatin1()) ? text.toLatin1() : text.toUtf8();
 
   // QSaveFile writes beside the file and renames over it only once all is
   // written, so a failure at any step leaves the old file as it was.

@@ -24,6 +24,13 @@ constexpr double MsecsPerDay = 86400000.0;
 constexpr char TileExtension[] = ".teramapcache";
 constexpr qsizetype TileExtensionLength = sizeof(TileExtension) - 1;
 
+// A tile file of the cache folder itself. A name with a path in it could
+// reach any file, and eviction deletes what the map names.
+bool IsTileFileName(QByteArrayView AName)
+{
+  return !AName.contains('/') && !AName.contains('\\') && AName != "." && AName != "..";
+}
+
 // Name, time and size, split at the first two colons.
 struct TMapLine
 {
@@ -44,7 +51,7 @@ bool ParseMapLine(QByteArrayView ALine, TMapLine& AResult)
   AResult.Name = ALine.first(First);
   AResult.Time = ALine.sliced(First + 1, Second - First - 1).toDouble(&TimeOk);
   AResult.Size = ALine.sliced(Second + 1).toInt(&SizeOk);
-  return TimeOk && SizeOk;
+  return TimeOk && SizeOk && IsTileFileName(AResult.Name);
 }
 
 // Reads a file line by line through one buffer, so that a large map costs
@@ -332,7 +339,7 @@ void TvxMapControlDiskCacheMap::LoadFromFile(const QString& AFileName)
     ++LineNumber;
     TMapLine Parsed;
     if (!ParseMapLine(Line, Parsed))
-      throw EvxDiskCacheError(QStringLiteral("Line %1 of the cache map \"%2\" is not name:time:size")
+      throw EvxDiskCacheError(QStringLiteral("Line %1 of the cache map \"%2\" is not file name:time:size")
                                 .arg(LineNumber)
                                 .arg(AFileName)
                                 .toStdString());

@@ -239,6 +239,24 @@ private Q_SLOTS:
     QCOMPARE(ReadAll(fresh.FileName()), QByteArray("[S]\r\nK=a b\r\n"));
   }
 
+  // A Latin-1 file whose one byte that is no UTF-8 was overwritten was
+  // saved as Latin-1 still, and the next read took its remaining accented
+  // letters, "\xC3\xA9" here, for UTF-8: "\u00C3\u00A9" came back as "\u00E9". Such
+  // a file is now saved as UTF-8, which reads back to the same text.
+  void iniLatin1TurnedUtf8Finding()
+  {
+    const QString path = Path(QStringLiteral("latin1.ini"));
+    WriteAll(path, "[Startup]\nTCPPort=\xFF\nName=\xC3\xA9t\n");
+    TIniFile ini(path);
+    const QString name = ini.ReadString(QStringLiteral("Startup"), QStringLiteral("Name"), {});
+    QCOMPARE(name, QStringLiteral("\u00C3\u00A9t"));
+    ini.WriteInteger(QStringLiteral("Startup"), QStringLiteral("TCPPort"), 3301);
+    QVERIFY(ini.UpdateFile());
+    const TIniFile again(path);
+    QCOMPARE(again.ReadString(QStringLiteral("Startup"), QStringLiteral("Name"), {}), name);
+    QCOMPARE(again.ReadInteger(QStringLiteral("Startup"), QStringLiteral("TCPPort"), 0), 3301);
+  }
+
   void lookup()
   {
     const QString path = Path(QStringLiteral("lookup.ini"));

@@ -293,6 +293,43 @@ private Q_SLOTS:
       }
     }
   }
+
+  // A map line whose name is a path ("../x") made eviction delete that
+  // file, wherever it was. Such a line now fails the load as any broken
+  // line does (the tile source then sets the map aside), and a merge of
+  // another writer's lines skips it.
+  void cacheMapPathNameFinding()
+  {
+    QTemporaryDir Dir;
+    const QString Root = Dir.filePath(QStringLiteral("cache"));
+    QVERIFY(QDir().mkpath(Root + QStringLiteral("/sub")));
+    const QString Outside = Dir.filePath(QStringLiteral("precious.teramapcache"));
+    WriteAll(Outside, "keep");
+    const QString Map = Root + QStringLiteral("/vxcache.map");
+    for (const QByteArray& Name : {QByteArray("../precious.teramapcache"), QByteArray("sub/../../precious.teramapcache"),
+                                   QByteArray("..\\precious.teramapcache"), QByteArray("..")})
+    {
+      WriteAll(Map, "a_1_1_1.teramapcache:45000:4\n" + Name + ":45000:2000000\n");
+      try
+      {
+        TvxMapControlDiskCache Cache(Root, 1, 0);
+        Cache.Push("tile", {1, 2, 3}, QStringLiteral("p"));
+        QFAIL(Name.constData());
+      }
+      catch (const EvxDiskCacheError& E)
+      {
+        QVERIFY2(QByteArray(E.what()).contains("Line 2 "), E.what());
+      }
+    }
+
+    QFile::remove(Map);
+    TvxMapControlDiskCache Cache(Root, 1, 0);
+    Cache.Push("tile", {1, 2, 3}, QStringLiteral("p"));
+    WriteAll(Map, ReadAll(Map) + "../precious.teramapcache:45000:2000000\n");
+    QCOMPARE(Cache.CacheMap().MergeFromFile(Map, Root + QLatin1Char('/')), 0);
+    Cache.Push(QByteArray(1024, 'x'), {2, 2, 3}, QStringLiteral("p"));
+    QVERIFY(QFileInfo::exists(Outside));
+  }
 };
 
 MAPWRIGHT_TEST_CLASS(TestMapControlDiskCache)
