@@ -35,7 +35,7 @@ public:
   TCut Next(QString& frame);
 
 private:
-  TFrameSplitter FFrames;
+  QByteArray FBuffer;
 };
 
 // The link to the parent program: a TCP client to 127.0.0.1 that takes
