@@ -35,8 +35,21 @@ void TUnloadedFiles::KeepCopyBeforeOverwrite(const QString& fileName)
   if (!FPending.contains(fileName))
     return;
   if (QFileInfo::exists(fileName)) {
-    const QString copy = CopyName(fileName);
-    QFile::remove(copy);
+    // An older copy stays: it may hold what this file, saved from a partial
+    // read, no longer does. The same bytes are not kept twice.
+    const auto bytes = [](const QString& name) {
+      QFile file(name);
+      return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    const QByteArray current = bytes(fileName);
+    QString copy = CopyName(fileName);
+    for (int n = 2; QFileInfo::exists(copy); ++n) {
+      if (bytes(copy) == current) {
+        FPending.remove(fileName);
+        return;
+      }
+      copy = CopyName(fileName) + QLatin1Char('.') + QString::number(n);
+    }
     if (!QFile::copy(fileName, copy))
       throw EMapwrightError(QStringLiteral("Cannot keep a copy of the unreadable file as \"%1\"")
                               .arg(QDir::toNativeSeparators(copy)));

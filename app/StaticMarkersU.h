@@ -42,7 +42,8 @@ public:
   void Expect(const QString& fileName) { FPending.insert(fileName); }
   void Loaded(const QString& fileName) { FPending.remove(fileName); }
   bool IsPending(const QString& fileName) const { return FPending.contains(fileName); }
-  // Copies a pending file to its .unreadable name, replacing an older copy.
+  // Copies a pending file to its .unreadable name, or .unreadable.2 and on
+  // when an older copy with other bytes is there.
   // Throws EMapwrightError when the copy cannot be made.
   void KeepCopyBeforeOverwrite(const QString& fileName);
 

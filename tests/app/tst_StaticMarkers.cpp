@@ -219,7 +219,8 @@ private Q_SLOTS:
   }
 
   // A file that did not load is copied aside before the close writes over
-  // it; a good file is not; the copy replaces an older one.
+  // it; a good file is not; an older copy with other bytes stays, and the
+  // same bytes are not copied twice.
   void unreadableFileIsKeptBeforeOverwrite()
   {
     const QString file = Path(QStringLiteral("keep/StaticMarkers.xml"));
@@ -232,12 +233,19 @@ private Q_SLOTS:
     QVERIFY_THROWS_EXCEPTION(EMapwrightError, FStore->LoadStaticMarkersFromXML(file));
     QVERIFY(unloaded.IsPending(file));
     FStore->SaveStaticMarkersToXml(file, &unloaded);
-    QCOMPARE(ReadAll(TUnloadedFiles::CopyName(file)), broken);
+    const QString second = TUnloadedFiles::CopyName(file) + QStringLiteral(".2");
+    QCOMPARE(ReadAll(TUnloadedFiles::CopyName(file)), QByteArray("older copy"));
+    QCOMPARE(ReadAll(second), broken);
     QCOMPARE(ReadAll(file), Canonical(""));
-    // Once written whole, the next save leaves the copy alone.
+    // Once written whole, the next save leaves the copies alone.
     FStore->AddPushpin()->Attributes().Add(StaticMarkerKey::Title, QStringLiteral("B"));
     FStore->SaveStaticMarkersToXml(file, &unloaded);
-    QCOMPARE(ReadAll(TUnloadedFiles::CopyName(file)), broken);
+    QCOMPARE(ReadAll(second), broken);
+    // The same file failing again: no third copy of the same bytes.
+    WriteAll(file, broken);
+    unloaded.Expect(file);
+    FStore->SaveStaticMarkersToXml(file, &unloaded);
+    QVERIFY(!QFile::exists(TUnloadedFiles::CopyName(file) + QStringLiteral(".3")));
 
     const QString good = Path(QStringLiteral("keep/CustomMarkers.xml"));
     WriteAll(good, "<KestrelCustomMarkerInfo><Markers/></KestrelCustomMarkerInfo>");
