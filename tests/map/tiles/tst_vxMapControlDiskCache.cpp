@@ -253,8 +253,9 @@ private Q_SLOTS:
       }
     }
     QCOMPARE(Map.Count(), int(Plain.size()));
-    for (const auto& [Name, Size] : Plain)
+    for (const auto& Entry : Plain)
     {
+      const QString& Name = Entry.first;
       const auto First = std::find_if(Plain.begin(), Plain.end(), [&](const auto& P) { return P.first == Name; });
       QCOMPARE(Map.ItemSize(Map.GetItem(Name)), First->second);
     }
