@@ -206,7 +206,10 @@ QString FormatPattern(const QString& AFormat, const QString& ALetter, double AVa
   const double V = std::abs(AValue);
   const double Minutes = (V - std::trunc(V)) * 60;
   const double Seconds = (Minutes - std::trunc(Minutes)) * 60;
-  const std::array<qint64, 3> Integers{qint64(std::trunc(V)), qint64(std::trunc(Minutes)), qint64(std::trunc(Seconds))};
+  // A value no integer holds (NaN, say) shows as 0 in the integer fields
+  // rather than being converted, which is undefined.
+  const auto Whole = [](double AX) { return std::isfinite(AX) && AX < 9.0e18 ? qint64(std::trunc(AX)) : qint64(0); };
+  const std::array<qint64, 3> Integers{Whole(V), Whole(Minutes), Whole(Seconds)};
   const std::array<double, 3> Floats{V, Minutes, Seconds};
   const QLocale Locale;
 

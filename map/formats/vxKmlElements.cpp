@@ -5,6 +5,19 @@
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
+// clang says it builds with AddressSanitizer through __has_feature, gcc
+// through __SANITIZE_ADDRESS__.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define MAPWRIGHT_HAS_ASAN 1
+#endif
+#endif
+#ifndef MAPWRIGHT_HAS_ASAN
+#define MAPWRIGHT_HAS_ASAN 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || MAPWRIGHT_HAS_ASAN
+#include <sanitizer/allocator_interface.h>
+#endif
 
 #include <algorithm>
 #include <array>
@@ -307,7 +320,10 @@ TvxKmlMemoryGuard::TvxKmlMemoryGuard(qint64 AFileSize)
 
 qint64 TvxKmlMemoryGuard::HeapInUse()
 {
-#ifdef __GLIBC__
+#if defined(__SANITIZE_ADDRESS__) || MAPWRIGHT_HAS_ASAN
+  // The sanitizer's allocator stands in for glibc's and keeps its own count.
+  return qint64(__sanitizer_get_current_allocated_bytes());
+#elif defined(__GLIBC__)
   // Live allocations only: what the load holds, not what it freed.
   const struct mallinfo2 Info = mallinfo2();
   return qint64(Info.uordblks + Info.hblkhd);

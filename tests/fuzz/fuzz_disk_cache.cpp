@@ -51,7 +51,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* AData, size_t ASize)
     LCache.Push(LTile, {1, 0, 20}, QStringLiteral("new"));
     LCache.Push(LTile, {2, 0, 20}, QStringLiteral("new"));
     LCache.FlushMap();
-    LCount = LCache.CacheMap().Items().size();
+    LCount = size_t(LCache.CacheMap().Count());
   }
   catch (const EvxDiskCacheError&)
   {
@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* AData, size_t ASize)
   try
   {
     const TvxMapControlDiskCache LAgain(LRoot, 1, 0);
-    FUZZ_CHECK(LAgain.CacheMap().Items().size() == LCount);
+    FUZZ_CHECK(size_t(LAgain.CacheMap().Count()) == LCount);
   }
   catch (const EvxDiskCacheError& E)
   {

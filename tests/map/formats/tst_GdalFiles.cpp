@@ -316,7 +316,7 @@ private:
           Expected.push_back(Ring(Rings.at(0)));
         }
         const std::vector<TRing> Ours = Segments(*Path);
-        QCOMPARE(Ours.size(), Expected.size());
+        QVERIFY2(Ours.size() == Expected.size(), qPrintable(Where + QStringLiteral(": %1 segments, GDAL %2").arg(Ours.size()).arg(Expected.size())));
         for (size_t I = 0; I < Ours.size(); ++I)
           QVERIFY2(SameRing(Ours[I], Expected[I]),
             qPrintable(Where + QStringLiteral(": segment %1: %2, GDAL %3").arg(I).arg(Describe(Ours[I]), Describe(Expected[I]))));
