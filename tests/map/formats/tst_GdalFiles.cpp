@@ -293,7 +293,7 @@ private:
       }
       else if (Type == QLatin1String("LineString") || Type == QLatin1String("MultiLineString"))
       {
-        const QJsonArray Lines = Type == QLatin1String("LineString") ? QJsonArray{Coordinates} : Coordinates;
+        const QJsonArray Lines = Type == QLatin1String("LineString") ? QJsonArray{QJsonValue(Coordinates)} : Coordinates;
         for (const QJsonValue& Line : Lines)
         {
           auto* Polyline = dynamic_cast<TvxMapPolyline*>(Layer->MapItems().Items(ItemIndex++));
@@ -306,7 +306,9 @@ private:
         auto* Path = dynamic_cast<TvxMapPath*>(Item);
         QVERIFY2(Path, qPrintable(Where));
         QCOMPARE(Path->SegmentType(), mstPolygon);
-        const QJsonArray Polygons = Type == QLatin1String("Polygon") ? QJsonArray{Coordinates} : Coordinates;
+        // Wrapped through QJsonValue: gcc and clang read QJsonArray{array} as
+        // a one-element list and as a copy respectively.
+        const QJsonArray Polygons = Type == QLatin1String("Polygon") ? QJsonArray{QJsonValue(Coordinates)} : Coordinates;
         std::vector<TRing> Expected;
         for (const QJsonValue& Polygon : Polygons)
         {
