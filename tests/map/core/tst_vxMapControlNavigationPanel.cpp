@@ -3,6 +3,7 @@
 #include "vxMapControl.h"
 #include "vxTestLayer.h"
 
+#include <limits>
 #include <QDir>
 #include <QFontDatabase>
 #include <QFontMetrics>
@@ -235,6 +236,19 @@ private Q_SLOTS:
     QTEST(vxMapControlCoordinates::GeoPointToText(TvxMapControlGeoPoint::Create(latitude, longitude), Pattern,
                                                   Pattern),
           "expected");
+  }
+
+  // A position that is no number (a marker's unreadable text) once went
+  // through an integer conversion, which UBSan reported: now the whole
+  // fields read 0 and the text is still made.
+  void coordinateTextNanFinding()
+  {
+    const QString Deg(QChar(176));
+    const QString Pattern = vxMapControlCoordinates::ParsePattern("{D}" + Deg + "{M}'{S}\"{CP}");
+    const double NaN = std::numeric_limits<double>::quiet_NaN();
+    const QString Text =
+      vxMapControlCoordinates::GeoPointToText(TvxMapControlGeoPoint::Create(NaN, 1e300), Pattern, Pattern);
+    QVERIFY2(Text.startsWith("0" + Deg + "0'0\""), qPrintable(Text));
   }
 
   void coordinatesFollowTheMouseAndKeepTheirSize()
