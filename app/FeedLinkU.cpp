@@ -105,6 +105,13 @@ void TFeedLink::Run()
   connect(FSocket, &QTcpSocket::connected, this, &TFeedLink::Connected);
   connect(FSocket, &QTcpSocket::errorOccurred, this, &TFeedLink::Failed);
   connect(FSocket, &QTcpSocket::readyRead, this, &TFeedLink::ReadAvailable);
+  connect(FSocket, &QTcpSocket::bytesWritten, this, [this] {
+    if (FWaitingForParent && UnsentBytes() <= WriteLimit) {
+      FWaitingForParent = false;
+      if (!FContinue.isActive())
+        FContinue.start();
+    }
+  });
   FSocket->connectToHost(QHostAddress(QHostAddress::LocalHost), static_cast<quint16>(FPort));
   FConnectTimer.start();
 }
@@ -131,6 +138,7 @@ void TFeedLink::Drop()
   FConnecting = false;
   FActive = false;
   FPaused = false;
+  FWaitingForParent = false;
   FFrames.Clear();
   ++FGeneration;
   if (FSocket) {
@@ -192,6 +200,11 @@ void TFeedLink::FlushOutMessage(int waitMs)
     FSocket->waitForBytesWritten(waitMs);
 }
 
+qint64 TFeedLink::UnsentBytes() const
+{
+  return FSocket ? FSocket->bytesToWrite() : 0;
+}
+
 qint64 TFeedLink::BufferedBytes() const
 {
   return FFrames.Size() + (FSocket ? FSocket->bytesAvailable() : 0);
@@ -216,6 +229,10 @@ void TFeedLink::ProcessFrames()
   QElapsedTimer pass;
   pass.start();
   while (FActive && !FPaused) {
+    if (UnsentBytes() > WriteLimit) {
+      FWaitingForParent = true; // on again once the parent has read
+      return;
+    }
     QString text;
     TFrameSplitter::TCut cut = FFrames.Next(text);
     if (cut == TFrameSplitter::TCut::Partial) {

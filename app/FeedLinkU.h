@@ -55,6 +55,10 @@ public:
   // flooding parent wait instead of this process grow.
   static constexpr int ReadAheadMargin = 16384;
   static constexpr qint64 ReadLimit = MaxFrameLength + 1 + ReadAheadMargin;
+  // Replies the parent has not read yet, beyond what the kernel holds: past
+  // this the link takes no further frame until the parent reads, so a parent
+  // that sends and never reads cannot grow this process either.
+  static constexpr qint64 WriteLimit = 1 << 20;
   static constexpr int ConnectTimeoutMs = 5000;
   static constexpr int SettleAfterConnectMs = 300;
 
@@ -91,6 +95,8 @@ public:
   qint64 BufferedBytes() const;
   // Memory the link's own buffer holds, used or not.
   qint64 BufferCapacity() const { return FFrames.Capacity(); }
+  // Bytes written and not yet taken by the kernel.
+  qint64 UnsentBytes() const;
 
   // Receives each trimmed, non-empty frame.
   std::function<void(const QString&)> OnTCPDataReceived;
@@ -117,6 +123,7 @@ private:
   bool FPaused = false;
   bool FConnecting = false;
   bool FDelivering = false;
+  bool FWaitingForParent = false; // too many replies unread
   quint64 FGeneration = 0; // bumped whenever a socket is dropped
   QString FOutMessage;
   TFrameSplitter FFrames;

@@ -307,6 +307,53 @@ private Q_SLOTS:
     QVERIFY(link.Active());
   }
 
+  // A parent that sends and never reads: the replies wait in the kernel,
+  // then in the socket up to the limit, and then the link takes no further
+  // frame until the parent reads. Nothing is lost or reordered.
+  void linkWaitsForAParentThatDoesNotRead()
+  {
+    TLoopbackParent parent;
+    TFeedLink link;
+    const int count = 4000;
+    const QString padding(4000, QLatin1Char('r'));
+    int next = 0;
+    qint64 most = 0;
+    link.OnTCPDataReceived = [&](const QString& text) {
+      QCOMPARE(text, QString::number(next));
+      ++next;
+      most = std::max(most, link.UnsentBytes());
+      link.SetOutMessage(text + padding);
+    };
+    link.SetPort(parent.Port());
+    link.Run();
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(link.Active());
+    parent.FPeer->setReadBufferSize(1);
+
+    QByteArray frames;
+    for (int i = 0; i < count; ++i)
+      frames += QByteArray::number(i) + '\r';
+    parent.Send(frames);
+    // Stalled: nothing handled for a while, short of the end.
+    int seen = -1;
+    for (int waited = 0; waited < 20000 && seen != next; waited += 300) {
+      seen = next;
+      QTest::qWait(300);
+    }
+    QVERIFY2(next < count, QByteArray::number(next));
+    QVERIFY2(most <= TFeedLink::WriteLimit + 2 * (padding.size() + 8), QByteArray::number(most));
+    QVERIFY(link.UnsentBytes() > 0);
+
+    parent.FPeer->setReadBufferSize(0);
+    QByteArray expected;
+    for (int i = 0; i < count; ++i)
+      expected += TFeedLink::OutboundBytes(QString::number(i) + padding);
+    QVERIFY(parent.WaitForBytes(expected.size(), 30000));
+    QCOMPARE(next, count);
+    QVERIFY(parent.FReceived == expected);
+    QVERIFY(link.Active());
+  }
+
   // A handler that fails in any way, not only with the program's own
   // failure, is reported with its text; the map is left unlocked and the
   // next frame is handled as usual, also when it came through the link.
