@@ -172,7 +172,7 @@ void BenchPushpins(int ARounds, int AFrames)
     }));
   }
   std::printf("%d pushpins with 32x37 images and text\n", PushpinCount);
-  Print({"  pan frame", Median(Pan), Median(PanBase)});
+  Print({"  pan frame, pushpins", Median(Pan), Median(PanBase)});
   Print({"  zoom frame (levels 5 to 7)", Median(Zoom), Median(ZoomBase)});
 }
 
@@ -267,7 +267,7 @@ void BenchPaths(int ARounds, int AFrames)
     }));
   }
   std::printf("%d paths of %d vertices (%d vertices)\n", PathCount, VerticesPerPath, PathCount * VerticesPerPath);
-  Print({"  pan frame", Median(Pan), Median(PanBase)});
+  Print({"  pan frame, paths", Median(Pan), Median(PanBase)});
   Print({"  zoom frame (levels 6 to 7)", Median(Zoom), Median(ZoomBase)});
   Print({"  zoom frame, shapes > 5000 px", Median(Deep), Median(DeepBase)});
   if (!qEnvironmentVariableIsEmpty("MAPWRIGHT_BENCH_SNAPSHOT"))
