@@ -164,7 +164,7 @@ private Q_SLOTS:
     QCOMPARE(PersonCount(*form), 1);
     QCOMPARE(roster.Roster().PeopleCount(), 1);
     QCOMPARE(int(roster.Roster().Lost().size()), 1);
-    const TRosterEntry& ann = roster.Roster().Lost().front();
+    const TRosterEntry& ann = *roster.Roster().Lost().front();
     QCOMPARE(ann.ID, QStringLiteral("A"));
     QCOMPARE(ann.Latitude, 41.3133);
     TRosterModel& model = roster.Model();
