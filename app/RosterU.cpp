@@ -552,7 +552,8 @@ void TRosterPanel::RefreshBeforeAgeing()
 
 void TRosterPanel::showEvent(QShowEvent* event)
 {
-  if (FStale)
+  // Shown by the user, not by the window coming back from the task bar.
+  if (FStale && !event->spontaneous())
     Refresh();
   QFrame::showEvent(event);
 }
