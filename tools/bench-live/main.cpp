@@ -197,12 +197,14 @@ int main(int argc, char** argv)
 
     form.btnRosterClick();
     QCoreApplication::processEvents();
+    PROFILE_MARK("before the roster rounds");
     std::vector<double> roster, filtered;
     for (int tick = 0; tick < 9; ++tick)
       roster.push_back(Time([&] {
         form.pnlRoster->Refresh();
         form.pnlRoster->tvRoster->viewport()->repaint();
       }));
+    PROFILE_MARK("the roster rounds");
     form.pnlRoster->edtFilter->setText(QStringLiteral("Company 12"));
     for (int tick = 0; tick < 9; ++tick)
       filtered.push_back(Time([&] {
