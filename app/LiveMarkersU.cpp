@@ -86,7 +86,8 @@ TvxMapPushpin* TLiveMarkers::FindKestrelLiveMarker(const QString& id)
   return FIndex.value(id, nullptr);
 }
 
-TvxMapPushpin* TLiveMarkers::StoreReport(const TLiveMarkerReport& report, bool& init, bool& needUpdatedImage)
+TvxMapPushpin* TLiveMarkers::StoreReport(const TLiveMarkerReport& report, const QDateTime& stamp, bool& init,
+                                         bool& needUpdatedImage)
 {
   const QString lat = NumberText::FloatToStr(report.Lat);
   const QString lon = NumberText::FloatToStr(report.Lon);
@@ -112,7 +113,7 @@ TvxMapPushpin* TLiveMarkers::StoreReport(const TLiveMarkerReport& report, bool& 
       attributes.SetValue(KeyFixRadius, report.Radius);
     }
     attributes.SetValue(KeyInit, init);
-    attributes.SetValue(KeyLastUpdate, StampNow());
+    attributes.SetValue(KeyLastUpdate, stamp);
     return marker;
   }
 
@@ -133,7 +134,7 @@ TvxMapPushpin* TLiveMarkers::StoreReport(const TLiveMarkerReport& report, bool& 
   attributes.Add(KeyFixStatus, report.FixStatus);
   attributes.Add(KeyFixRadius, report.Radius);
   attributes.Add(KeyInit, init);
-  attributes.Add(KeyLastUpdate, StampNow());
+  attributes.Add(KeyLastUpdate, stamp);
   if (FIndexedCount == FLayer->MapItems().Count() - 1) {
     if (!FIndex.contains(report.Id))
       FIndex.insert(report.Id, marker);
@@ -158,11 +159,13 @@ void TLiveMarkers::ApplyReports(const TFeedMessage& message, const TLiveMarkerHo
     }
     FMap->EndUpdate();
   };
+  // The frame's reports came together: one reading of the clock for all.
+  const QDateTime stamp = StampNow();
   try {
     for (const TLiveMarkerReport& report : message.Reports) {
       bool needUpdatedImage = true;
       bool init = report.Init;
-      TvxMapPushpin* marker = StoreReport(report, init, needUpdatedImage);
+      TvxMapPushpin* marker = StoreReport(report, stamp, init, needUpdatedImage);
       if (init) {
         CurrentUserID = report.Id;
         SelectedLiveMarker = marker;

@@ -65,10 +65,12 @@ public:
   // The first pushpin whose ID attribute equals `id`, or null.
   TvxMapPushpin* FindKestrelLiveMarker(const QString& id);
 
-  // Finds or creates the person's marker and keeps the report on it.
+  // Finds or creates the person's marker and keeps the report on it, with
+  // `stamp` as the time it came (whole seconds).
   // `needUpdatedImage` turns false when nothing that shows has changed;
   // `init` turns true for the first marker of an empty layer.
-  TvxMapPushpin* StoreReport(const TLiveMarkerReport& report, bool& init, bool& needUpdatedImage);
+  TvxMapPushpin* StoreReport(const TLiveMarkerReport& report, const QDateTime& stamp, bool& init,
+                             bool& needUpdatedImage);
 
   // The reports of one frame, inside one map update: store, selection,
   // circle, images; then the selected marker goes on top and is selected

@@ -788,6 +788,7 @@ void TfrmMain::PingTimerTimer()
   if (Clock::SecondsBetween(now, LastMarkerCheck) > 30) {
     AllowChangingEvent = false;
     LastMarkerCheck = now;
+    pnlRoster->RefreshBeforeAgeing();
     Map->BeginUpdate();
     FLiveMarkers->AgePass(now);
     ShowTrail();

@@ -38,7 +38,7 @@ int Severity(const QString& status)
   return StatusLook(status).Flashes ? 1 : 2;
 }
 
-QString SortText(const TRosterEntry& entry, int column)
+const QString& SortText(const TRosterEntry& entry, int column)
 {
   switch (column) {
   case TRoster::rcName: return entry.Name;
@@ -72,11 +72,20 @@ bool TRoster::IsAlarm(const QString& status)
          status == QLatin1String("HEAT");
 }
 
+void TRoster::Take(QString& field, QString&& value, int column)
+{
+  if (field == value)
+    return;
+  field = std::move(value);
+  if (column == FSortColumn || (column == rcName && !FFilter.isEmpty()))
+    FArrangeNeeded = true;
+}
+
 void TRoster::Refresh(const TvxMapItemLayer& layer, const QDateTime& now)
 {
   FNow = now;
-  QHash<QString, TRosterEntry> live;
-  live.reserve(FLive.size() + 8);
+  const quint64 read = ++FReads;
+  size_t seen = 0;
   const TvxMapItems& items = layer.MapItems();
   for (int i = 0; i < items.Count(); ++i) {
     const auto* pin = dynamic_cast<const TvxMapPushpin*>(items.Items(i));
@@ -86,31 +95,62 @@ void TRoster::Refresh(const TvxMapItemLayer& layer, const QDateTime& now)
     // The pin of a Get or Put run has no report.
     if (!attributes.ContainsName(LiveMarkerKey::LastUpdate))
       continue;
-    TRosterEntry entry;
-    entry.ID = Text(attributes, LiveMarkerKey::ID);
-    if (live.contains(entry.ID))
+    QString id = Text(attributes, LiveMarkerKey::ID);
+    auto [at, added] = FLive.try_emplace(id);
+    TPerson& person = at->second;
+    if (person.SeenInRead == read)
       continue; // the first pin of an ID is the one the store keeps up to date
-    entry.Name = Text(attributes, LiveMarkerKey::Name);
-    entry.Status = Text(attributes, LiveMarkerKey::Status);
-    entry.Location = Text(attributes, LiveMarkerKey::Location);
-    entry.FixStatus = Text(attributes, LiveMarkerKey::FixStatus);
-    entry.Latitude = attributes.ContainsName(LiveMarkerKey::Lat) ? attributes.Value(LiveMarkerKey::Lat).toDouble() : 0;
-    entry.Longitude = attributes.ContainsName(LiveMarkerKey::Lon) ? attributes.Value(LiveMarkerKey::Lon).toDouble() : 0;
-    entry.LastReport = attributes.Value(LiveMarkerKey::LastUpdate).toDateTime();
-    live.insert(entry.ID, std::move(entry));
+    person.SeenInRead = read;
+    ++seen;
+    TRosterEntry& entry = person.Entry;
+    if (added) {
+      entry.ID = std::move(id);
+      FArrangeNeeded = true;
+      if (!FLost.empty())
+        std::erase_if(FLost, [&](const TRosterEntry& lost) { return lost.ID == entry.ID; });
+    }
+    Take(entry.Name, Text(attributes, LiveMarkerKey::Name), rcName);
+    Take(entry.Location, Text(attributes, LiveMarkerKey::Location), rcLocation);
+    Take(entry.FixStatus, Text(attributes, LiveMarkerKey::FixStatus), rcFixStatus);
+    if (QString status = Text(attributes, LiveMarkerKey::Status); added || status != entry.Status) {
+      // The alarms, their order and the counts follow the status.
+      entry.Status = std::move(status);
+      person.Alarm = IsAlarm(entry.Status);
+      person.Severity = Severity(entry.Status);
+      FArrangeNeeded = true;
+    }
+    QDateTime stamp = attributes.Value(LiveMarkerKey::LastUpdate).toDateTime();
+    if (FSortColumn == rcLastReport && stamp != entry.LastReport)
+      FArrangeNeeded = true;
+    entry.LastReport = std::move(stamp);
+    person.Latitude = attributes.ContainsName(LiveMarkerKey::Lat) ? attributes.Value(LiveMarkerKey::Lat) : QVariant();
+    person.Longitude = attributes.ContainsName(LiveMarkerKey::Lon) ? attributes.Value(LiveMarkerKey::Lon) : QVariant();
   }
 
-  for (auto it = FLive.cbegin(); it != FLive.cend(); ++it)
-    if (!live.contains(it.key())) {
-      std::erase_if(FLost, [&](const TRosterEntry& lost) { return lost.ID == it.key(); });
-      TRosterEntry lost = it.value();
+  if (seen < FLive.size()) {
+    // Those who left together go in ID order, the same every run.
+    std::vector<TRosterEntry> left;
+    for (auto it = FLive.begin(); it != FLive.end();) {
+      if (it->second.SeenInRead == read) {
+        ++it;
+        continue;
+      }
+      TRosterEntry lost = std::move(it->second.Entry);
       lost.Lost = true;
+      lost.Latitude = it->second.Latitude.toDouble();
+      lost.Longitude = it->second.Longitude.toDouble();
+      left.push_back(std::move(lost));
+      it = FLive.erase(it);
+    }
+    std::sort(left.begin(), left.end(), [](const TRosterEntry& a, const TRosterEntry& b) { return a.ID < b.ID; });
+    for (TRosterEntry& lost : left) {
+      std::erase_if(FLost, [&](const TRosterEntry& earlier) { return earlier.ID == lost.ID; });
       FLost.push_back(std::move(lost));
     }
-  if (!FLost.empty())
-    std::erase_if(FLost, [&](const TRosterEntry& lost) { return live.contains(lost.ID); });
-  FLive = std::move(live);
-  Arrange();
+    FArrangeNeeded = true;
+  }
+  if (FArrangeNeeded)
+    Arrange();
 }
 
 void TRoster::SetFilter(const QString& text)
@@ -134,51 +174,52 @@ bool TRoster::Matches(const TRosterEntry& entry) const
 
 void TRoster::Arrange()
 {
-  std::vector<const TRosterEntry*> all;
-  all.reserve(size_t(FLive.size()));
+  std::vector<const TPerson*> all;
+  all.reserve(FLive.size());
   FAlarmCount = 0;
-  for (const TRosterEntry& entry : FLive) {
-    all.push_back(&entry);
-    FAlarmCount += IsAlarm(entry.Status);
+  for (const auto& [id, person] : FLive) {
+    all.push_back(&person);
+    FAlarmCount += person.Alarm;
   }
   const int column = FSortColumn;
   const bool descending = FSortOrder == Qt::DescendingOrder;
-  std::sort(all.begin(), all.end(), [column, descending](const TRosterEntry* a, const TRosterEntry* b) {
-    const bool alarmA = IsAlarm(a->Status), alarmB = IsAlarm(b->Status);
-    if (alarmA != alarmB)
-      return alarmA;
+  std::sort(all.begin(), all.end(), [column, descending](const TPerson* a, const TPerson* b) {
+    if (a->Alarm != b->Alarm)
+      return a->Alarm;
     int order = 0;
     if (column == rcLastReport)
-      order = a->LastReport < b->LastReport ? -1 : (b->LastReport < a->LastReport ? 1 : 0);
+      order = a->Entry.LastReport < b->Entry.LastReport ? -1 : (b->Entry.LastReport < a->Entry.LastReport ? 1 : 0);
     else if (column == rcImage)
-      order = Severity(a->Status) - Severity(b->Status);
+      order = a->Severity - b->Severity;
     else
-      order = QString::compare(SortText(*a, column), SortText(*b, column), Qt::CaseInsensitive);
+      order = QString::compare(SortText(a->Entry, column), SortText(b->Entry, column), Qt::CaseInsensitive);
     if (order == 0)
-      order = QString::compare(a->ID, b->ID);
+      order = QString::compare(a->Entry.ID, b->Entry.ID);
     return descending ? order > 0 : order < 0;
   });
 
   FLiveRows.clear();
   FAlarmOrder.clear();
-  for (const TRosterEntry* entry : all) {
-    if (IsAlarm(entry->Status))
-      FAlarmOrder.push_back(entry->ID);
-    if (Matches(*entry))
-      FLiveRows.push_back(*entry);
+  for (const TPerson* person : all) {
+    if (person->Alarm)
+      FAlarmOrder.push_back(person->Entry.ID);
+    if (Matches(person->Entry))
+      FLiveRows.push_back(&person->Entry);
   }
   // The latest loss on top.
   FLostRows.clear();
   for (auto it = FLost.crbegin(); it != FLost.crend(); ++it)
     if (Matches(*it))
-      FLostRows.push_back(*it);
+      FLostRows.push_back(&*it);
+  FArrangeNeeded = false;
+  ++FArrangement;
 }
 
 QString TRoster::CountsText() const
 {
   std::map<QString, int> counts;
-  for (const TRosterEntry& entry : FLive)
-    ++counts[entry.Status];
+  for (const auto& [id, person] : FLive)
+    ++counts[person.Entry.Status];
   std::vector<std::pair<QString, int>> ordered(counts.begin(), counts.end());
   std::stable_sort(ordered.begin(), ordered.end(), [](const auto& a, const auto& b) {
     const int sa = Severity(a.first), sb = Severity(b.first);
@@ -213,8 +254,9 @@ const TRosterEntry* TRoster::FindLost(const QString& id) const
 
 void TRoster::Dismiss(const QString& id)
 {
-  std::erase_if(FLost, [&](const TRosterEntry& lost) { return lost.ID == id; });
-  Arrange();
+  const QString gone = id; // `id` may be the lost entry's own
+  if (std::erase_if(FLost, [&](const TRosterEntry& lost) { return lost.ID == gone; }) > 0)
+    Arrange();
 }
 
 // ---------------------------------------------------------------------------
@@ -247,10 +289,10 @@ const TRosterEntry* TRosterModel::EntryAt(int row) const
 {
   const int live = int(FRoster.Live().size());
   if (row >= 0 && row < live)
-    return &FRoster.Live()[size_t(row)];
+    return FRoster.Live()[size_t(row)];
   const int lost = row - live - 1;
   if (lost >= 0 && lost < int(FRoster.Lost().size()))
-    return &FRoster.Lost()[size_t(lost)];
+    return FRoster.Lost()[size_t(lost)];
   return nullptr;
 }
 
@@ -339,26 +381,29 @@ QStringList TRosterModel::RowIDs() const
 {
   QStringList ids;
   ids.reserve(rowCount());
-  for (const TRosterEntry& entry : FRoster.Live())
-    ids << entry.ID;
+  for (const TRosterEntry* entry : FRoster.Live())
+    ids << entry->ID;
   if (!FRoster.Lost().empty())
     ids << QString();
-  for (const TRosterEntry& entry : FRoster.Lost())
-    ids << LostPrefix + entry.ID;
+  for (const TRosterEntry* entry : FRoster.Lost())
+    ids << LostPrefix + entry->ID;
   return ids;
 }
 
 void TRosterModel::Update()
 {
-  QStringList ids = RowIDs();
-  if (ids == FShownIDs) {
-    if (!ids.isEmpty())
-      Q_EMIT dataChanged(index(0, 0), index(int(ids.size()) - 1, TRoster::ColumnCount - 1));
-    return;
+  if (FRoster.Arrangement() != FShownArrangement) {
+    FShownArrangement = FRoster.Arrangement();
+    if (QStringList ids = RowIDs(); ids != FShownIDs) {
+      beginResetModel();
+      FShownIDs = std::move(ids);
+      endResetModel();
+      return;
+    }
   }
-  beginResetModel();
-  FShownIDs = std::move(ids);
-  endResetModel();
+  // Same rows in the same order: the values only.
+  if (!FShownIDs.isEmpty())
+    Q_EMIT dataChanged(index(0, 0), index(int(FShownIDs.size()) - 1, TRoster::ColumnCount - 1));
 }
 
 int TRosterModel::RowOf(const QString& id) const
@@ -451,10 +496,10 @@ TRosterPanel::TRosterPanel(TvxCustomMapControl* map, TvxMapItemLayer* live, QWid
   connect(btnDismiss, &QPushButton::clicked, this, [this] {
     const QModelIndexList rows = tvRoster->selectionModel()->selectedRows();
     if (const TRosterEntry* entry = rows.isEmpty() ? nullptr : FModel->EntryAt(rows.first().row()); entry && entry->Lost)
-      Dismiss(entry->ID);
+      Dismiss(QString(entry->ID)); // the entry goes with the dismissal
   });
   FRefreshTimer.setSingleShot(true);
-  connect(&FRefreshTimer, &QTimer::timeout, this, [this] { Refresh(); });
+  connect(&FRefreshTimer, &QTimer::timeout, this, [this] { RefreshIfStale(); });
   FGhost = new QLabel(FMap);
   FGhost->setObjectName(QStringLiteral("lblGhost"));
   FGhost->hide();
@@ -468,17 +513,55 @@ TRosterPanel::~TRosterPanel()
   tvRoster->setModel(nullptr);
 }
 
+bool TRosterPanel::RefreshDue() const
+{
+  return !FSinceRefresh.isValid() || FSinceRefresh.elapsed() >= MinRefreshIntervalMs;
+}
+
 void TRosterPanel::RequestRefresh()
 {
-  if (!FSinceRefresh.isValid() || FSinceRefresh.elapsed() >= MinRefreshIntervalMs)
+  FStale = true;
+  if (!FWatchedWindow && window() != this) {
+    FWatchedWindow = window();
+    FWatchedWindow->installEventFilter(this);
+  }
+  if (!FRefreshTimer.isActive())
+    FRefreshTimer.start(RefreshDue() ? 0 : int(MinRefreshIntervalMs - FSinceRefresh.elapsed()));
+}
+
+void TRosterPanel::RefreshIfStale()
+{
+  if (!FStale)
+    return;
+  if (!isHidden()) {
     Refresh();
-  else if (!FRefreshTimer.isActive())
-    FRefreshTimer.start(int(MinRefreshIntervalMs - FSinceRefresh.elapsed()));
+    return;
+  }
+  // Hidden: what shows on the map still follows the layer.
+  if (!FGhostID.isEmpty() && LivePin(FGhostID))
+    Refresh(); // the last-seen person is back
+  else if (cbNames->isChecked())
+    SetNamesOnMap(true);
+}
+
+void TRosterPanel::RefreshBeforeAgeing()
+{
+  if (FStale)
+    Refresh();
+}
+
+void TRosterPanel::showEvent(QShowEvent* event)
+{
+  // Shown by the user, not by the window coming back from the task bar.
+  if (FStale && !event->spontaneous())
+    Refresh();
+  QFrame::showEvent(event);
 }
 
 void TRosterPanel::Refresh()
 {
   FRefreshTimer.stop();
+  FStale = false;
   FSinceRefresh.start();
   FRoster.Refresh(*FLive, Clock::Now());
   if (!FGhostID.isEmpty() && !FRoster.FindLost(FGhostID))
@@ -630,6 +713,10 @@ bool TRosterPanel::eventFilter(QObject* watched, QEvent* event)
 {
   if (watched == FMap && (event->type() == QEvent::Paint || event->type() == QEvent::Resize))
     PlaceGhost();
+  // The window is about to paint: a due round goes first, so that the
+  // table shows the frames the map shows.
+  if (watched == FWatchedWindow && event->type() == QEvent::UpdateRequest && FStale && !isHidden() && RefreshDue())
+    Refresh();
   return QFrame::eventFilter(watched, event);
 }
 

@@ -19,8 +19,10 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <QVariant>
 #include <functional>
 #include <memory>
+#include <unordered_map>
 #include <vector>
 
 class QCheckBox;
@@ -39,6 +41,7 @@ struct TRosterEntry
   QString Status;
   QString Location;
   QString FixStatus;
+  // Where a lost person was last seen; read only once they are lost.
   double Latitude = 0;
   double Longitude = 0;
   QDateTime LastReport;
@@ -65,7 +68,9 @@ public:
   static bool IsAlarm(const QString& status);
 
   // Reads the live layer at `now`. People who left it since the last call
-  // go to the lost list; a lost person who reports again leaves it.
+  // go to the lost list; a lost person who reports again leaves it. The
+  // rows are sorted again only when someone came or went or a value they
+  // are ordered or filtered by changed.
   void Refresh(const TvxMapItemLayer& layer, const QDateTime& now);
 
   // Case-insensitive, on ID or name; lost people are filtered too.
@@ -74,8 +79,11 @@ public:
   void SetSortColumn(int column, Qt::SortOrder order);
 
   // The rows on show: live people, sorted and filtered, then lost ones.
-  const std::vector<TRosterEntry>& Live() const { return FLiveRows; }
-  const std::vector<TRosterEntry>& Lost() const { return FLostRows; }
+  // Valid until the next call that changes the roster.
+  const std::vector<const TRosterEntry*>& Live() const { return FLiveRows; }
+  const std::vector<const TRosterEntry*>& Lost() const { return FLostRows; }
+  // Changes whenever the rows may have changed order or membership.
+  int Arrangement() const { return FArrangement; }
   int PeopleCount() const { return int(FLive.size()); }
   int AlarmCount() const { return FAlarmCount; }
   // "14 people: 1 PANIC, 3 EVAC, 10 ON": alarms, then the other flashing
@@ -90,19 +98,34 @@ public:
   const QDateTime& Now() const { return FNow; }
 
 private:
+  // A live person with what the sort needs at hand.
+  struct TPerson
+  {
+    TRosterEntry Entry;
+    QVariant Latitude, Longitude; // as the pin keeps them, read at a loss
+    quint64 SeenInRead = 0;
+    bool Alarm = false;
+    int Severity = 2;
+  };
+
+  // Takes `value` into `field`; a change that moves rows asks for a sort.
+  void Take(QString& field, QString&& value, int column);
   void Arrange();
   bool Matches(const TRosterEntry& entry) const;
 
-  QHash<QString, TRosterEntry> FLive; // by ID
-  std::vector<TRosterEntry> FLost;    // oldest loss first
-  std::vector<TRosterEntry> FLiveRows;
-  std::vector<TRosterEntry> FLostRows;
+  std::unordered_map<QString, TPerson> FLive; // by ID; nodes stay put
+  std::vector<TRosterEntry> FLost;            // oldest loss first
+  std::vector<const TRosterEntry*> FLiveRows;
+  std::vector<const TRosterEntry*> FLostRows;
   std::vector<QString> FAlarmOrder; // everybody in alarm, in list order
   QString FFilter;
   int FSortColumn = rcID;
   Qt::SortOrder FSortOrder = Qt::AscendingOrder;
   int FAlarmCount = 0;
   QDateTime FNow;
+  quint64 FReads = 0;
+  bool FArrangeNeeded = false;
+  int FArrangement = 0;
 };
 
 // The roster as a table: live rows, a "Lost contact" heading row, lost rows.
@@ -134,6 +157,7 @@ private:
 
   TRoster& FRoster;
   QStringList FShownIDs;
+  int FShownArrangement = -1;
   QHash<QString, QImage> FImages; // status image per status word
 };
 
@@ -150,10 +174,17 @@ public:
 
   // One round: the layer read again, the table and the header updated.
   void Refresh();
-  // A round now, or when a quarter second has passed since the last one:
-  // a burst of frames costs one round, not one per frame.
+  // The layer changed: a round once the event loop gets a turn, or before
+  // the window's next paint, and not sooner than a quarter second after
+  // the last one, so that a burst of frames costs one round. A hidden
+  // roster waits until it is shown; only the names on the map and the
+  // last-seen marker follow the layer meanwhile.
   void RequestRefresh();
   static constexpr int MinRefreshIntervalMs = 250;
+  // The ageing pass is about to take people off the map: a roster that has
+  // not read the layer since takes their last reports first, so that lost
+  // contact shows them as they were.
+  void RefreshBeforeAgeing();
   // The map selected someone: the row follows without selecting back.
   void SetSelectedID(const QString& id);
   // Selects and centres the next person in alarm after `currentID`.
@@ -183,8 +214,11 @@ public:
 
 protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
 private:
+  bool RefreshDue() const;
+  void RefreshIfStale();
   void PlaceGhost();
   void RowClicked(int row, bool doubleClick);
   void UpdateHeader();
@@ -203,4 +237,6 @@ private:
   bool FSyncing = false;
   QElapsedTimer FSinceRefresh;
   QTimer FRefreshTimer;
+  bool FStale = false;               // the layer changed since the last round
+  QPointer<QWidget> FWatchedWindow; // whose paints a due round goes before
 };

@@ -164,7 +164,7 @@ private Q_SLOTS:
     QCOMPARE(PersonCount(*form), 1);
     QCOMPARE(roster.Roster().PeopleCount(), 1);
     QCOMPARE(int(roster.Roster().Lost().size()), 1);
-    const TRosterEntry& ann = roster.Roster().Lost().front();
+    const TRosterEntry& ann = *roster.Roster().Lost().front();
     QCOMPARE(ann.ID, QStringLiteral("A"));
     QCOMPARE(ann.Latitude, 41.3133);
     TRosterModel& model = roster.Model();
@@ -195,6 +195,110 @@ private Q_SLOTS:
     QVERIFY(!roster.Ghost()->isVisible());
     QVERIFY(!roster.Roster().FindLost(QStringLiteral("B")));
     QVERIFY(roster.Roster().FindLost(QStringLiteral("A")));
+  }
+
+  // Frames only mark the roster stale: a burst costs one round, which
+  // runs before the window's next paint shows the map.
+  void burstIsOneRoundBeforeThePaint()
+  {
+    auto form = Open(QStringLiteral("RunTime"));
+    TRosterModel& model = form->pnlRoster->Model();
+    int resets = 0;
+    connect(&model, &QAbstractItemModel::modelReset, this, [&] { ++resets; });
+    form->TCPDataReceived(Frame(Report("B1", "Una", "ON", 41.3133, -80.3387)));
+    form->TCPDataReceived(Frame(Report("B2", "Ivo", "ON", 41.3134, -80.3386)));
+    form->TCPDataReceived(Frame(Report("B3", "Oda", "HEAT", 41.3135, -80.3385)));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::UpdateRequest);
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"B3", "B1", "B2"}));
+    QVERIFY(form->pnlRoster->lblCounts->text().contains("1 in alarm"));
+    QCOMPARE(resets, 1);
+  }
+
+  // Rows are sorted again only when a change moves them: each kind of
+  // change below must still move them, and a report that moves nobody
+  // keeps the rows and the selection.
+  void changesMoveTheRows()
+  {
+    auto form = Open(QStringLiteral("RunTime"));
+    TRosterPanel& roster = *form->pnlRoster;
+    TRosterModel& model = roster.Model();
+    const auto at = [](const QString& report, const QString& location) {
+      return QString(report).replace(QStringLiteral("[0001] Hall"), location);
+    };
+    Feed(*form, Frame(Report("C1", "Ann", "ON", 41.3133, -80.3387) + Report("C2", "Ben", "ON", 41.3134, -80.3386) +
+                      Report("C3", "Cy", "ON", 41.3135, -80.3385)));
+    roster.tvRoster->sortByColumn(TRoster::rcLocation, Qt::AscendingOrder);
+    Feed(*form, Frame(at(Report("C3", "Cy", "ON", 41.3135, -80.3385), "[0000] Cellar")));
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C3", "C1", "C2"}));
+
+    Feed(*form, Frame(Report("C2", "Ben", "PANIC", 41.3134, -80.3386)));
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C2", "C3", "C1"}));
+    QCOMPARE(roster.Roster().AlarmCount(), 1);
+    Feed(*form, Frame(Report("C2", "Ben", "ON", 41.3134, -80.3386)));
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C3", "C1", "C2"}));
+
+    // The filter reads the names as they are now.
+    roster.edtFilter->setText(QStringLiteral("nn"));
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C1"}));
+    Feed(*form, Frame(Report("C2", "Benn", "ON", 41.3134, -80.3386)));
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C1", "C2"}));
+    roster.edtFilter->clear();
+
+    // Moving nobody: same rows, the selection stays, the values are new.
+    roster.SetSelectedID(QStringLiteral("C1"));
+    int resets = 0;
+    connect(&model, &QAbstractItemModel::modelReset, this, [&] { ++resets; });
+    FNow->Advance(3000);
+    Feed(*form, Frame(Report("C1", "Ann", "ON", 41.3133, -80.3387)));
+    QCOMPARE(resets, 0);
+    QCOMPARE(roster.tvRoster->selectionModel()->selectedRows().value(0).row(), model.RowOf(QStringLiteral("C1")));
+    QCOMPARE(model.index(model.RowOf(QStringLiteral("C2")), TRoster::rcLastReport).data().toString(),
+             QStringLiteral("3 s"));
+
+    // By the last report, newest last: a new report moves its row.
+    roster.tvRoster->sortByColumn(TRoster::rcLastReport, Qt::AscendingOrder);
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C2", "C3", "C1"}));
+    FNow->Advance(2000);
+    Feed(*form, Frame(Report("C2", "Benn", "ON", 41.3134, -80.3386)));
+    QCOMPARE(Column(model, TRoster::rcID), QStringList({"C3", "C1", "C2"}));
+  }
+
+  // A hidden roster does no rounds, yet the names on the map follow
+  // newcomers, and someone the ageing pass takes off meanwhile shows as
+  // lost with their last report once the roster is shown.
+  void hiddenRosterCatchesUp()
+  {
+    TLoopbackParent parent;
+    auto form = Open(QStringLiteral("RunTime"), Site + QStringLiteral("TCPPort=%1\n").arg(parent.Port()));
+    QVERIFY(parent.WaitForPeer());
+    QTRY_VERIFY(form->TCPListenerActive());
+    TRosterPanel& roster = *form->pnlRoster;
+    roster.cbNames->setChecked(true);
+    form->btnRosterClick();
+    QVERIFY(roster.isHidden());
+
+    form->TCPDataReceived(Frame(Report("H1", "Hal", "ON", 41.3133, -80.3387) + Report("H2", "Hedy", "ON", 41.3134, -80.3386)));
+    FNow->Advance(20000);
+    form->TCPDataReceived(Frame(QString(Report("H2", "Hedy", "EVAC", 41.3139, -80.3381))
+                                  .replace(QStringLiteral("[0001] Hall"), QStringLiteral("[0007] Stair B"))));
+    QTRY_COMPARE(form->LiveMarkers().FindKestrelLiveMarker(QStringLiteral("H2"))->TitleOptions().Text(),
+                 QStringLiteral("{NAME}"));
+    QCOMPARE(roster.Roster().PeopleCount(), 0);
+
+    FNow->Advance(16000);
+    form->TCPDataReceived(Frame(Report("H1", "Hal", "ON", 41.3133, -80.3387)));
+    form->PingTimerTimer(); // the pass: H2 is 16 s old
+    QCOMPARE(PersonCount(*form), 1);
+    form->btnRosterClick();
+    QVERIFY(!roster.isHidden());
+    QCOMPARE(roster.Roster().PeopleCount(), 1);
+    const TRosterEntry* hedy = roster.Roster().FindLost(QStringLiteral("H2"));
+    QVERIFY(hedy);
+    QCOMPARE(hedy->Latitude, 41.3139);
+    TRosterModel& model = roster.Model();
+    const int row = model.LostRowOf(QStringLiteral("H2"));
+    QCOMPARE(model.index(row, TRoster::rcLastReport).data().toString(), QStringLiteral("14:00:20 (16 s ago)"));
+    QCOMPARE(model.index(row, TRoster::rcLocation).data().toString(), QStringLiteral("[0007] Stair B"));
   }
 
   // A frame whose message box holds the feed: the notice shows on the top
