@@ -38,6 +38,8 @@
 
 #include <cmath>
 #include <cstdio>
+#include <functional>
+#include <vector>
 
 // Under callgrind each round is a profile of its own (callgrind_annotate
 // on the numbered dumps); elsewhere the marks cost nothing.
@@ -47,8 +49,6 @@
 #else
 #define PROFILE_MARK(name) ((void)0)
 #endif
-#include <functional>
-#include <vector>
 
 namespace
 {
