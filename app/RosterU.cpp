@@ -392,7 +392,7 @@ TRosterPanel::TRosterPanel(TvxCustomMapControl* map, TvxMapItemLayer* live, QWid
   edtFilter = new QLineEdit(this);
   edtFilter->setObjectName(QStringLiteral("edtFilter"));
   edtFilter->setPlaceholderText(QStringLiteral("Filter by ID or name"));
-  edtFilter->setClearButtonEnabled(true);
+  // Its clear button comes with the first showing (showEvent).
   root->addWidget(edtFilter);
 
   auto* buttons = new QHBoxLayout;
@@ -624,6 +624,15 @@ void TRosterPanel::PlaceGhost()
   const QPoint topLeft(qRound(at.X) - FGhost->width() / 2, qRound(at.Y) - FGhost->height() / 2);
   if (FGhost->pos() != topLeft)
     FGhost->move(topLeft);
+}
+
+void TRosterPanel::showEvent(QShowEvent* event)
+{
+  // The clear button's icon costs a search through the icon themes, which
+  // a roster hidden all run long need not pay at start.
+  if (!edtFilter->isClearButtonEnabled())
+    edtFilter->setClearButtonEnabled(true);
+  QFrame::showEvent(event);
 }
 
 bool TRosterPanel::eventFilter(QObject* watched, QEvent* event)
