@@ -52,7 +52,8 @@ TFormGPSImageLegend::TFormGPSImageLegend(QWidget* parent)
     auto* picture = new QLabel(entry);
     picture->setObjectName(QStringLiteral("LegendPicture%1").arg(index));
     picture->setGeometry((EntryWidth - PictureWidth) / 2, 2, PictureWidth, PictureHeight);
-    picture->setPixmap(QPixmap::fromImage(TLiveImageList::Draw(index, QSize(PictureWidth, PictureHeight))));
+    // Drawn at the first showing: most runs never open the legend.
+    FUndrawn.append({picture, index});
 
     auto* caption = new QLabel(TLiveImageList::LegendCaption(index), entry);
     caption->setObjectName(QStringLiteral("LegendCaption%1").arg(index));
@@ -79,6 +80,19 @@ TFormGPSImageLegend::TFormGPSImageLegend(QWidget* parent)
 void TFormGPSImageLegend::UserDisplayScrollBarScroll(int position)
 {
   Panel5->move(-position, Panel5->y());
+}
+
+void TFormGPSImageLegend::showEvent(QShowEvent* event)
+{
+  DrawPictures();
+  QWidget::showEvent(event);
+}
+
+void TFormGPSImageLegend::DrawPictures()
+{
+  for (const auto& [picture, index] : FUndrawn)
+    picture->setPixmap(QPixmap::fromImage(TLiveImageList::Draw(index, QSize(PictureWidth, PictureHeight))));
+  FUndrawn.clear();
 }
 
 void TFormGPSImageLegend::resizeEvent(QResizeEvent* event)

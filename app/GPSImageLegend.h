@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QList>
 #include <QWidget>
+#include <utility>
 
+class QLabel;
 class QScrollBar;
 
 // GPS Image Legend: what each live marker picture means. Created once at
@@ -23,9 +26,14 @@ public Q_SLOTS:
 
 protected:
   void resizeEvent(QResizeEvent* event) override;
+  void showEvent(QShowEvent* event) override;
 
 private:
   void PlaceScrollBar();
+  void DrawPictures();
+
+  // Pictures with the image they show, until the first showing draws them.
+  QList<std::pair<QLabel*, int>> FUndrawn;
 };
 
 extern TFormGPSImageLegend* FormGPSImageLegend;

@@ -239,6 +239,8 @@ void BuildMainLayout(TfrmMain& form)
   mapLayout->setContentsMargins(1, 1, 1, 1);
   mapLayout->setSpacing(0);
   form.Map = Named(new TvxMapControl(form.pnlMap), "Map");
+  // One layout for the panel and the whole layer stack, not one per setting.
+  form.Map->BeginUpdate();
   form.Map->NavigationPanel().SetHeight(50);
   form.Map->NavigationPanel().SetShowMilesScale(false);
   form.Map->NavigationPanel().SetXCoordinateDisplayMask(CoordinateFormat::DecimalDegreesMask());
@@ -257,6 +259,7 @@ void BuildMainLayout(TfrmMain& form)
   form.KestrelStaticMarkers->SetName(QStringLiteral("KestrelStaticMarkers"));
   form.KestrelLiveMarkers = form.Map->AddLayer<TvxMapItemLayer>();
   form.KestrelLiveMarkers->SetName(QStringLiteral("KestrelLiveMarkers"));
+  form.Map->EndUpdate();
   mapLayout->addWidget(form.Map, 1);
   form.pnlGet = Named(new QFrame(form.pnlMap), "pnlGet");
   form.pnlGet->setFixedHeight(41);

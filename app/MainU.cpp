@@ -81,6 +81,9 @@ TfrmMain::TfrmMain(const QStringList& arguments, QWidget* parent)
   frmMain = this;
   Globals::CustomImageInfoList = FCustomImageInfoList.get();
   BuildControls();
+  // The start view, base map and layers reach the map in one layout.
+  Map->BeginUpdate();
+  const auto layout = qScopeGuard([this] { Map->EndUpdate(); });
   FormCreate();
 }
 

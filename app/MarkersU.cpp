@@ -14,6 +14,7 @@
 #include <QFrame>
 #include <QGridLayout>
 #include <QHBoxLayout>
+#include <QIconEngine>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -35,6 +36,59 @@ namespace
 {
 constexpr int RowHeight = 37;
 constexpr int Columns = 3;
+
+// A row without an image keeps an empty one of the list's size, so its
+// caption lines up with the others.
+QPixmap RowPixmap(const TMarkerImageList& images, int index)
+{
+  QPixmap pixmap = QPixmap::fromImage(images.Image(index));
+  if (pixmap.isNull()) {
+    pixmap = QPixmap(images.ImageSize());
+    pixmap.fill(Qt::transparent);
+  }
+  return pixmap;
+}
+
+// The icon of a fixed category row: decoded from the image list when first
+// measured or drawn, then the same as an icon made from the row's pixmap.
+// The fixed lists never change, so the reference stays good.
+class TDeferredRowIcon : public QIconEngine
+{
+public:
+  TDeferredRowIcon(const TMarkerImageList& images, int index) : FImages(images), FIndex(index) {}
+
+  void paint(QPainter* painter, const QRect& rect, QIcon::Mode mode, QIcon::State state) override
+  {
+    Icon().paint(painter, rect, Qt::AlignCenter, mode, state);
+  }
+  QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override
+  {
+    return Icon().pixmap(size, 1.0, mode, state);
+  }
+  QSize actualSize(const QSize& size, QIcon::Mode mode, QIcon::State state) override
+  {
+    return Icon().actualSize(size, mode, state);
+  }
+  QList<QSize> availableSizes(QIcon::Mode mode, QIcon::State state) override
+  {
+    return Icon().availableSizes(mode, state);
+  }
+  QString key() const override { return QStringLiteral("TDeferredRowIcon"); }
+  // Qt's engine idiom: the caller owns the copy.
+  QIconEngine* clone() const override { return new TDeferredRowIcon(*this); }
+
+private:
+  const QIcon& Icon()
+  {
+    if (FIcon.isNull())
+      FIcon = QIcon(RowPixmap(FImages, FIndex));
+    return FIcon;
+  }
+
+  const TMarkerImageList& FImages;
+  int FIndex;
+  QIcon FIcon;
+};
 
 template <typename T>
 T* Named(T* object, const char* name)
@@ -207,7 +261,8 @@ void TfrmMarkers::BuildControls()
   edtTitle = Named(new QLineEdit(pnlTop), "edtTitle");
   Ima = Named(new QLabel(QStringLiteral("Images Selection"), pnlTop), "Ima");
   Image1 = Named(new QLabel(pnlTop), "Image1");
-  Image1->setPixmap(QPixmap::fromImage(MarkerImageLists().MiscImageList.Image(1)));
+  // Its picture comes with the first showing (setVisible): the first image
+  // read of a process also looks up Qt's image readers.
   Image1->setCursor(Qt::PointingHandCursor);
   Image1->setToolTip(tr("Where the marker images come from"));
   Image1->installEventFilter(this);
@@ -310,14 +365,7 @@ void TfrmMarkers::SetListRowImage(QListWidget* list, int row, const TMarkerImage
 {
   QListWidgetItem* item = list->item(row);
   item->setData(TfrmMarkers::ImageIndexRole, index);
-  // A row without an image keeps an empty one of the list's size, so its
-  // caption lines up with the others.
-  QPixmap pixmap = QPixmap::fromImage(images.Image(index));
-  if (pixmap.isNull()) {
-    pixmap = QPixmap(images.ImageSize());
-    pixmap.fill(Qt::transparent);
-  }
-  item->setIcon(QIcon(pixmap));
+  item->setIcon(QIcon(RowPixmap(images, index)));
 }
 
 void TfrmMarkers::FillList(QListWidget* list, const QString& category)
@@ -325,7 +373,11 @@ void TfrmMarkers::FillList(QListWidget* list, const QString& category)
   const TMarkerImageList* images = MarkerImageLists().ByCategory(category);
   for (const TMarkerRow& row : FixedMarkerRows(category)) {
     list->addItem(row.Caption);
-    SetListRowImage(list, list->count() - 1, *images, row.ImageIndex);
+    QListWidgetItem* item = list->item(list->count() - 1);
+    item->setData(TfrmMarkers::ImageIndexRole, row.ImageIndex);
+    // The dialog is made at start; its hundreds of fixed images wait until
+    // a row is first drawn. The icon takes ownership of its engine.
+    item->setIcon(QIcon(new TDeferredRowIcon(*images, row.ImageIndex)));
   }
 }
 
@@ -421,6 +473,14 @@ void TfrmMarkers::MoveMarker(double latitude, double longitude)
 bool TfrmMarkers::OnMiscPage() const
 {
   return PageControl1->currentWidget() == TabSheet7;
+}
+
+void TfrmMarkers::setVisible(bool visible)
+{
+  // Before the layout runs, so the picture counts in it.
+  if (visible && Image1->pixmap().isNull())
+    Image1->setPixmap(QPixmap::fromImage(MarkerImageLists().MiscImageList.Image(1)));
+  QDialog::setVisible(visible);
 }
 
 void TfrmMarkers::showEvent(QShowEvent* event)

@@ -101,6 +101,7 @@ public:
 
   // Shows without modality; FormShow runs on every showing.
   void Show();
+  void setVisible(bool visible) override;
   // What the main form hands over: for a new marker the proposed title and
   // the clicked point, for an existing one the pushpin.
   void ShowForNewMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list, const QString& title,

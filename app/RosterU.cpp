@@ -437,7 +437,7 @@ TRosterPanel::TRosterPanel(TvxCustomMapControl* map, TvxMapItemLayer* live, QWid
   edtFilter = new QLineEdit(this);
   edtFilter->setObjectName(QStringLiteral("edtFilter"));
   edtFilter->setPlaceholderText(QStringLiteral("Filter by ID or name"));
-  edtFilter->setClearButtonEnabled(true);
+  // Its clear button comes with the first showing (showEvent).
   root->addWidget(edtFilter);
 
   auto* buttons = new QHBoxLayout;
@@ -552,6 +552,10 @@ void TRosterPanel::RefreshBeforeAgeing()
 
 void TRosterPanel::showEvent(QShowEvent* event)
 {
+  // The clear button's icon costs a search through the icon themes, which
+  // a roster hidden all run long need not pay at start.
+  if (!edtFilter->isClearButtonEnabled())
+    edtFilter->setClearButtonEnabled(true);
   // Shown by the user, not by the window coming back from the task bar.
   if (FStale && !event->spontaneous())
     Refresh();

@@ -11,6 +11,7 @@
 #include <QImageReader>
 #include <QPainter>
 
+#include <algorithm>
 #include <cmath>
 
 namespace
@@ -309,7 +310,6 @@ TvxMapControlTileImageSourceLoadingQueueManager::TvxMapControlTileImageSourceLoa
   TvxMapControlMultiScaleTileSource* ATileSource, int AMaxParallelDownloads)
   : FMaxParallelDownloads(qMax(1, AMaxParallelDownloads)), FTileSource(ATileSource)
 {
-  CreateThreads();
 }
 
 TvxMapControlTileImageSourceLoadingQueueManager::~TvxMapControlTileImageSourceLoadingQueueManager()
@@ -334,12 +334,12 @@ void TvxMapControlTileImageSourceLoadingQueueManager::SetMaxParallelDownloads(in
   RecreateThreads();
 }
 
-void TvxMapControlTileImageSourceLoadingQueueManager::CreateThreads()
+void TvxMapControlTileImageSourceLoadingQueueManager::StartThreads(size_t ACount)
 {
-  for (int I = 0; I < FMaxParallelDownloads; ++I)
+  while (FThreads.size() < ACount)
   {
     auto LThread = std::make_unique<TvxMapControlTileImageLoadingThread>(this);
-    LThread->setObjectName(QStringLiteral("vxTileLoader%1").arg(I));
+    LThread->setObjectName(QStringLiteral("vxTileLoader%1").arg(FThreads.size()));
     // Below the main thread. Not Qt's IdlePriority: on Linux that is
     // SCHED_IDLE, which runs only when nothing else wants a core, so tiles
     // stop loading while anything else is busy.
@@ -379,7 +379,6 @@ void TvxMapControlTileImageSourceLoadingQueueManager::TerminateThreads()
 void TvxMapControlTileImageSourceLoadingQueueManager::RecreateThreads()
 {
   TerminateThreads();
-  CreateThreads();
   WakeThreads();
 }
 
@@ -392,6 +391,11 @@ void TvxMapControlTileImageSourceLoadingQueueManager::AddTask(std::unique_ptr<Tv
 void TvxMapControlTileImageSourceLoadingQueueManager::WakeThreads()
 {
   QMutexLocker LLock(&FQueueLock);
+  // Workers start as the stack first needs them, up to the limit: a layer
+  // that never shows starts none, and a few tiles start a few. A new worker
+  // waits for this lock before it takes a task.
+  const auto LBusy = std::count_if(FThreads.begin(), FThreads.end(), [](const auto& T) { return T->FTask; });
+  StartThreads(std::min(size_t(FMaxParallelDownloads), FTileImageSourcesQueue.size() + size_t(LBusy)));
   for (const auto& LThread : FThreads)
     LThread->FPaused = false;
   FWake.wakeAll();

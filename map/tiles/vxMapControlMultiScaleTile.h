@@ -261,7 +261,8 @@ private:
   bool FTerminated = false;
 };
 
-// The stack of load tasks and the workers that serve it.
+// The stack of load tasks and the workers that serve it. Workers start with
+// the first tasks, as many as the stack needs up to the limit.
 //
 // Locks: FQueueLock guards the stack, the threads' pause and terminate flags
 // and the wake condition. FTaskDestroyingLock guards the pairing of a task
@@ -299,7 +300,8 @@ private:
   friend class TvxMapControlTileImageLoadingThread;
 
   void AbortRunningTasks();
-  void CreateThreads();
+  // Main thread; up to ACount workers in all.
+  void StartThreads(size_t ACount);
   void TerminateThreads();
   void RecreateThreads();
   // Pumps the workers' calls to the main thread until all are paused.

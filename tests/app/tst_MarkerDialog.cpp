@@ -474,6 +474,33 @@ private Q_SLOTS:
     QVERIFY(!QFile::exists(MapsFile(QStringLiteral("Layers/StaticMarkers.xml.unreadable"))));
   }
 
+  // The dialog is made at start without reading its images; drawn, each
+  // row shows its list's image, and a row past its list's end (Nature's
+  // last) an empty one of the list's size. The heading shows the blue pin.
+  void rowImagesDrawnAsTheListsHoldThem()
+  {
+    FMarkers = std::make_unique<TfrmMarkers>();
+    for (const QString& category : {MarkerCategory::Industry, MarkerCategory::Nature, MarkerCategory::Misc}) {
+      const TMarkerImageList& images = *MarkerImageLists().ByCategory(category);
+      QListWidget* list = FMarkers->ListOf(category);
+      for (const int row : {0, 7, list->count() - 1}) {
+        const int index = list->item(row)->data(TfrmMarkers::ImageIndexRole).toInt();
+        QImage expected = images.Image(index);
+        if (expected.isNull()) {
+          QCOMPARE(category + QString::number(row), MarkerCategory::Nature + QString::number(list->count() - 1));
+          expected = QImage(images.ImageSize(), QImage::Format_ARGB32_Premultiplied);
+          expected.fill(Qt::transparent);
+        }
+        const QIcon icon = list->item(row)->icon();
+        QCOMPARE(icon.actualSize(images.ImageSize()), images.ImageSize());
+        QVERIFY2(SameImage(icon.pixmap(images.ImageSize()).toImage(), expected),
+                 qPrintable(category + QString::number(row)));
+      }
+    }
+    FMarkers->show();
+    QVERIFY(SameImage(FMarkers->Image1->pixmap().toImage(), MarkerImageLists().MiscImageList.Image(1)));
+  }
+
   // Get and Put runs show the Misc "Blue Pin" and touch no marker file.
   void getRunsUseTheBluePin()
   {

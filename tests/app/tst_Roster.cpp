@@ -371,7 +371,13 @@ private Q_SLOTS:
     }
     // Config runs start without it; Get runs have none.
     QFile::remove(FDir.filePath("Maps/Mapwright.ini"));
-    QVERIFY(!Open(QStringLiteral("Config"))->pnlRoster->isVisible());
+    {
+      auto config = Open(QStringLiteral("Config"));
+      QVERIFY(!config->pnlRoster->isVisible());
+      // Shown later, its filter has the clear button all the same.
+      config->btnRoster->click();
+      QVERIFY(config->pnlRoster->isVisible() && config->pnlRoster->edtFilter->isClearButtonEnabled());
+    }
     auto get = Open(QStringLiteral("Get"));
     get->btnRosterClick();
     QVERIFY(!get->pnlRoster->isVisible());

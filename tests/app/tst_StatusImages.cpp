@@ -132,6 +132,8 @@ private Q_SLOTS:
     auto* panel = legend.findChild<QWidget*>(QStringLiteral("Panel5"));
     QVERIFY(panel && panel->geometry() == QRect(0, 0, 1044, 92));
 
+    // The pictures come with the first showing.
+    legend.show();
     QStringList captions;
     for (int x = 0; x < 14 * 73; x += 73) {
       auto* caption = qobject_cast<QLabel*>(panel->childAt(x + 36, 80));

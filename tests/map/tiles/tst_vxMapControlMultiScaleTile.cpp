@@ -201,6 +201,42 @@ private Q_SLOTS:
     QCOMPARE(F.Source()->Storage().Count(), 5);
   }
 
+  // Workers start as tasks come, up to the connection limit: a task that
+  // arrives while the first worker is busy gets a worker of its own, and
+  // never more loads run at once than the limit allows.
+  void WorkersFollowTheStack()
+  {
+    TImageFixture F(3);
+    F.Log.GatedLevel = 5;
+    std::vector<std::unique_ptr<TvxMapControlMultiScaleTile>> LSlots;
+    auto Request = [&](int X) {
+      LSlots.push_back(std::make_unique<TvxMapControlMultiScaleTile>(&F.Image.Viewport(), 0, 0));
+      F.Source()->GetTileImageSource({X, 0, 5}, &LSlots.back()->Face());
+    };
+    auto Loading = [&] {
+      int LCount = 0;
+      for (const auto& LSlot : LSlots)
+        LCount += LSlot->Face().Source() && LSlot->Face().Source()->Status() == tisLoading ? 1 : 0;
+      return LCount;
+    };
+    Request(0);
+    F.Source()->StartLoadTiles();
+    QTRY_COMPARE(Loading(), 1);
+    Request(1);
+    F.Source()->StartLoadTiles();
+    QTRY_COMPARE(Loading(), 2);
+    for (int X = 2; X < 12; ++X)
+      Request(X);
+    F.Source()->StartLoadTiles();
+    QTRY_COMPARE(Loading(), 3);
+    QTest::qWait(100);
+    QCOMPARE(Loading(), 3);
+    F.Log.Gate.release(12);
+    QTRY_COMPARE(F.Log.LoadedCopy().size(), 12);
+    QTRY_VERIFY(F.Queue().AllThreadsPaused());
+    QCOMPARE(F.Queue().QueueCount(), 0);
+  }
+
   // Clearing waits for a worker in the middle of a load and leaves nothing
   // behind: no queue, no tiles, no links.
   void ClearCacheDuringLoads()
