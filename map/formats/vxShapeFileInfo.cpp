@@ -1,6 +1,12 @@
 #include "vxShapeFileInfo.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace
 {
@@ -11,19 +17,68 @@ std::unique_ptr<TvxShapeFileRecord> CreateRecordOf(qint32 ARecordNumber)
   return std::make_unique<TRecord>(ARecordNumber);
 }
 
-// Point arrays of X and Y: 16 bytes each, read without a call per point.
+// The points of 16 bytes of X and Y as a range the vector takes in one go:
+// its size is known at once, and each point is decoded where it is to stay,
+// with no zero fill first.
+template <class TPoint>
+class TDecodedPoints
+{
+public:
+  using iterator_category = std::random_access_iterator_tag;
+  using value_type = TPoint;
+  using difference_type = std::ptrdiff_t;
+  using pointer = void;
+  using reference = TPoint;
+
+  explicit TDecodedPoints(const uchar* AData) : FData(AData) {}
+  TPoint operator*() const
+  {
+    TPoint Result;
+#if defined(__SSE2__) && Q_BYTE_ORDER == Q_LITTLE_ENDIAN
+    // X and Y clamped together, one maximum and one minimum instruction.
+    // Both give their second operand when one is NaN, so the point goes
+    // second: a NaN stays NaN, as with std::clamp.
+    const __m128d Point = _mm_loadu_pd(reinterpret_cast<const double*>(FData));
+    const __m128d Clamped = _mm_min_pd(_mm_set_pd(90.0, 180.0), _mm_max_pd(_mm_set_pd(-90.0, -180.0), Point));
+    double XY[2];
+    _mm_storeu_pd(XY, Clamped);
+    Result.X = XY[0];
+    Result.Y = XY[1];
+#else
+    Result.X = std::clamp(TvxByteStream::DoubleLE(FData), -180.0, 180.0);
+    Result.Y = std::clamp(TvxByteStream::DoubleLE(FData + 8), -90.0, 90.0);
+#endif
+    return Result;
+  }
+  TDecodedPoints& operator++()
+  {
+    FData += 16;
+    return *this;
+  }
+  TDecodedPoints& operator--()
+  {
+    FData -= 16;
+    return *this;
+  }
+  TDecodedPoints& operator+=(difference_type AOffset)
+  {
+    FData += AOffset * 16;
+    return *this;
+  }
+  difference_type operator-(const TDecodedPoints& AOther) const { return (FData - AOther.FData) / 16; }
+  bool operator==(const TDecodedPoints& AOther) const { return FData == AOther.FData; }
+
+private:
+  const uchar* FData;
+};
+
+// Point arrays of X and Y, read without a call per point.
 template <class TPoint>
 void ReadXY(TvxByteStream& AStream, qint32 ACount, std::vector<TPoint>& APoints)
 {
   TvxShapeFileReader::CheckCount(AStream, ACount, "point count", 16);
-  APoints.assign(size_t(ACount), TPoint());
   const uchar* P = AStream.Read(qint64(ACount) * 16);
-  for (TPoint& Point : APoints)
-  {
-    Point.X = std::clamp(TvxByteStream::DoubleLE(P), -180.0, 180.0);
-    Point.Y = std::clamp(TvxByteStream::DoubleLE(P + 8), -90.0, 90.0);
-    P += 16;
-  }
+  APoints.assign(TDecodedPoints<TPoint>(P), TDecodedPoints<TPoint>(P + qint64(ACount) * 16));
 }
 
 template <class TPoint, double TPoint::*Value>
