@@ -164,12 +164,7 @@ TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add(const TvxMapCont
 
 void TvxMapControlGeoPointCollection::AddRange(std::span<const TvxMapControlGeoPoint> AGeoPoints)
 {
-  if (AGeoPoints.empty())
-    return;
-  FItems.reserve(FItems.size() + AGeoPoints.size());
-  for (const TvxMapControlGeoPoint& Point : AGeoPoints)
-    FItems.emplace_back(this).FGeoPoint = Point;
-  Changed();
+  AddRange(AGeoPoints.size(), [Points = AGeoPoints.data()](size_t AIndex) { return Points[AIndex]; });
 }
 
 void TvxMapControlGeoPointCollection::Delete(int AIndex)
@@ -782,6 +777,11 @@ TvxMapItemStyle& TvxMapPathSegmentPolygonViewInfo::GetStyle()
   return FItem->ViewInfo()->GetStyle();
 }
 
+int TvxMapPathSegmentPolygonViewInfo::GetMaxBorderWidth()
+{
+  return FItem->ViewInfo()->GetMaxBorderWidth();
+}
+
 const TvxMapControlGeoPointCollection* TvxMapPathSegmentPolygonViewInfo::GetGeoPoints() const
 {
   return &FSegment->GeoPoints();
@@ -815,6 +815,11 @@ TvxMapPathSegmentPolylineViewInfo::TvxMapPathSegmentPolylineViewInfo(TvxMapPath*
 TvxMapItemStyle& TvxMapPathSegmentPolylineViewInfo::GetStyle()
 {
   return FItem->ViewInfo()->GetStyle();
+}
+
+int TvxMapPathSegmentPolylineViewInfo::GetMaxBorderWidth()
+{
+  return FItem->ViewInfo()->GetMaxBorderWidth();
 }
 
 const TvxMapControlGeoPointCollection* TvxMapPathSegmentPolylineViewInfo::GetGeoPoints() const
