@@ -302,13 +302,13 @@ void TvxMapControlShapeFileMultiPointRecordConverter::Convert(const TvxShapeFile
 
 int TvxMapControlShapeFileMultiPointRecordConverter::GetPointCount(const TvxShapeFileRecord& ARecord) const
 {
-  return int(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).Points().size());
+  return int(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).XY().Count());
 }
 
 TvxMapControlGeoPoint TvxMapControlShapeFileMultiPointRecordConverter::GetPointLocation(
   const TvxShapeFileRecord& ARecord, int AIndex) const
 {
-  return Location(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).Points()[size_t(AIndex)]);
+  return Location(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).XY().Point(AIndex));
 }
 
 std::type_index TvxMapControlShapeFileMultiPointMRecordConverter::GetRecordClass() const
@@ -363,13 +363,13 @@ void TvxMapControlShapeFilePolylineRecordConverter::Convert(const TvxShapeFileRe
 
 int TvxMapControlShapeFilePolylineRecordConverter::GetPointCount(const TvxShapeFileRecord& ARecord) const
 {
-  return int(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Points().size());
+  return int(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).XY().Count());
 }
 
 TvxMapControlGeoPoint TvxMapControlShapeFilePolylineRecordConverter::GetPointLocation(
   const TvxShapeFileRecord& ARecord, int AIndex) const
 {
-  return Location(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Points()[size_t(AIndex)]);
+  return Location(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).XY().Point(AIndex));
 }
 
 int TvxMapControlShapeFilePolylineRecordConverter::GetPartCount(const TvxShapeFileRecord& ARecord) const
@@ -385,7 +385,11 @@ int TvxMapControlShapeFilePolylineRecordConverter::GetPart(const TvxShapeFileRec
 void TvxMapControlShapeFilePolylineRecordConverter::AddPointLocations(
   const TvxShapeFileRecord& ARecord, int AFirst, int ACount, TvxMapControlGeoPointCollection& ALocations) const
 {
-  AppendLocations(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Points(), AFirst, ACount, ALocations);
+  // Straight from the file's bytes into the segment: one pass over them.
+  const TvxShapeFileXYBlock& Points = static_cast<const TvxShapeFilePolylineRecord&>(ARecord).XY();
+  ALocations.AddRange(size_t(ACount), [&Points, AFirst](size_t AIndex) {
+    return Location(Points.Point(AFirst + qint32(AIndex)));
+  });
 }
 
 std::type_index TvxMapControlShapeFilePolylineMRecordConverter::GetRecordClass() const

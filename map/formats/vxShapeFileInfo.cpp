@@ -4,9 +4,6 @@
 #include <cstddef>
 #include <iterator>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
 
 namespace
 {
@@ -33,21 +30,10 @@ public:
   explicit TDecodedPoints(const uchar* AData) : FData(AData) {}
   TPoint operator*() const
   {
+    const TvxShapeFilePoint Point = TvxShapeFileXYBlock::Decode(FData);
     TPoint Result;
-#if defined(__SSE2__) && Q_BYTE_ORDER == Q_LITTLE_ENDIAN
-    // X and Y clamped together, one maximum and one minimum instruction.
-    // Both give their second operand when one is NaN, so the point goes
-    // second: a NaN stays NaN, as with std::clamp.
-    const __m128d Point = _mm_loadu_pd(reinterpret_cast<const double*>(FData));
-    const __m128d Clamped = _mm_min_pd(_mm_set_pd(90.0, 180.0), _mm_max_pd(_mm_set_pd(-90.0, -180.0), Point));
-    double XY[2];
-    _mm_storeu_pd(XY, Clamped);
-    Result.X = XY[0];
-    Result.Y = XY[1];
-#else
-    Result.X = std::clamp(TvxByteStream::DoubleLE(FData), -180.0, 180.0);
-    Result.Y = std::clamp(TvxByteStream::DoubleLE(FData + 8), -90.0, 90.0);
-#endif
+    Result.X = Point.X;
+    Result.Y = Point.Y;
     return Result;
   }
   TDecodedPoints& operator++()
@@ -174,6 +160,12 @@ void TvxShapeFileReader::ReadPoints(TvxByteStream& AStream, qint32 ACount, std::
   ReadXY(AStream, ACount, APoints);
 }
 
+TvxShapeFileXYBlock TvxShapeFileReader::ReadXYBlock(TvxByteStream& AStream, qint32 ACount)
+{
+  CheckCount(AStream, ACount, "point count", 16);
+  return {AStream.Read(qint64(ACount) * 16), ACount};
+}
+
 void TvxShapeFileReader::ReadPointsM(TvxByteStream& AStream, qint32 ACount, std::vector<TvxShapeFilePointM>& APoints)
 {
   ReadXY(AStream, ACount, APoints);
@@ -200,6 +192,18 @@ void TvxShapeFileReader::ReadZPointsZ(TvxByteStream& AStream, std::vector<TvxSha
 }
 
 // Records
+
+std::span<const TvxShapeFilePoint> TvxShapeFileCustomMultiPointRecord::Points() const
+{
+  if (!FIsPointsDecoded)
+  {
+    FPoints.reserve(size_t(FXY.Count()));
+    for (qint32 I = 0; I < FXY.Count(); ++I)
+      FPoints.push_back(FXY.Point(I));
+    FIsPointsDecoded = true;
+  }
+  return FPoints;
+}
 
 void TvxShapeFilePointRecord::LoadFromStream(TvxByteStream& AStream)
 {
@@ -244,14 +248,14 @@ void TvxShapeFilePolylineRecord::LoadFromStream(TvxByteStream& AStream)
   const qint32 PartCount = TvxShapeFileReader::ReadCount(AStream, "part count", 4);
   const qint32 PointCount = TvxShapeFileReader::ReadCount(AStream, "point count", 16);
   TvxShapeFileReader::ReadParts(AStream, PartCount, FParts);
-  TvxShapeFileReader::ReadPoints(AStream, PointCount, FPoints);
+  FXY = TvxShapeFileReader::ReadXYBlock(AStream, PointCount);
 }
 
 void TvxShapeFileMultiPointRecord::LoadFromStream(TvxByteStream& AStream)
 {
   FBoundingBox = TvxShapeFileReader::ReadBoundingBox(AStream);
   const qint32 PointCount = TvxShapeFileReader::ReadCount(AStream, "point count", 16);
-  TvxShapeFileReader::ReadPoints(AStream, PointCount, FPoints);
+  FXY = TvxShapeFileReader::ReadXYBlock(AStream, PointCount);
 }
 
 void TvxShapeFilePolylineMRecord::LoadFromStream(TvxByteStream& AStream)
@@ -332,11 +336,25 @@ TvxShapeFileRecordsFactory& vxShapeFileRecordsFactory()
 
 void TvxShapeFileInfo::LoadFromStream(QIODevice& AStream)
 {
-  QByteArray Storage;
-  LoadFromBytes(vxDeviceBytes(AStream, Storage));
+  if (const auto* Buffer = qobject_cast<const QBuffer*>(&AStream); Buffer && Buffer->isReadable())
+  {
+    // Shared, not copied: the file layer hands over whole files this way.
+    FData.append(Buffer->data());
+    const QByteArrayView Data = FData.constLast();
+    Load(Data.sliced(std::clamp<qsizetype>(qsizetype(Buffer->pos()), 0, Data.size())));
+    return;
+  }
+  FData.append(AStream.readAll());
+  Load(FData.constLast());
 }
 
 void TvxShapeFileInfo::LoadFromBytes(QByteArrayView AData)
+{
+  FData.append(AData.toByteArray());
+  Load(FData.constLast());
+}
+
+void TvxShapeFileInfo::Load(QByteArrayView AData)
 {
   TvxByteStream Stream(AData);
   LoadHeader(Stream);
