@@ -194,7 +194,7 @@ void TestMapMultiPointItems::geoPointCollection()
     QCOMPARE(Points.Items(I)->Latitude(), 1.0 + 2 * I);
 
   // The point setter forgives float noise; the coordinate setters do not.
-  TvxMapControlGeoPointItem* Item = Points.Items(2);
+  TvxMapControlGeoPointItem Item = Points.Items(2);
   Item->SetGeoPoint(Geo(5 + 5e-13, 6));
   QCOMPARE(Changes, 2);
   QCOMPARE(Item->Latitude(), 5.0);
