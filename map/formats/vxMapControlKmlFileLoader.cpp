@@ -218,12 +218,12 @@ void vxForgetKmlIconFailures()
 void TvxMapControlCustomKmlGeometryConverter::ConvertGeometryCoordinatesToGeoPoints(
   const TvxKmlCoordinatesGeometry& AGeometry, TvxMapControlGeoPointCollection& AGeoPoints)
 {
-  std::vector<TvxMapControlGeoPoint> Points;
-  Points.reserve(AGeometry.Coordinates().size());
-  for (const TvxKmlCoordinate& Coordinate : AGeometry.Coordinates())
-    Points.push_back(TvxMapControlGeoPoint::Create(Coordinate.Latitude, Coordinate.Longitude));
-  // One change for all points.
-  AGeoPoints.AddRange(Points);
+  // One change for all points, made where they stay.
+  const auto& Coordinates = AGeometry.Coordinates();
+  AGeoPoints.AddRange(size_t(Coordinates.size()), [&Coordinates](size_t AIndex) {
+    const TvxKmlCoordinate& Coordinate = Coordinates[AIndex];
+    return TvxMapControlGeoPoint::Create(Coordinate.Latitude, Coordinate.Longitude);
+  });
 }
 
 void TvxMapControlCustomKmlGeometryConverter::ConvertKmlStyleToMapStyle(const TvxKmlStyle* AStyle,

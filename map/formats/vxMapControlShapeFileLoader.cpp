@@ -50,10 +50,10 @@ TvxMapControlGeoPoint Location(const TPoint& APoint)
 
 template <class TPoint>
 void AppendLocations(std::span<const TPoint> APoints, int AFirst, int ACount,
-                     std::vector<TvxMapControlGeoPoint>& ALocations)
+                     TvxMapControlGeoPointCollection& ALocations)
 {
-  for (const TPoint& Point : APoints.subspan(size_t(AFirst), size_t(ACount)))
-    ALocations.push_back(Location(Point));
+  const TPoint* Points = APoints.subspan(size_t(AFirst), size_t(ACount)).data();
+  ALocations.AddRange(size_t(ACount), [Points](size_t AIndex) { return Location(Points[AIndex]); });
 }
 
 // Text to numbers as Qt's conversions take them: blanks around the number
@@ -302,13 +302,13 @@ void TvxMapControlShapeFileMultiPointRecordConverter::Convert(const TvxShapeFile
 
 int TvxMapControlShapeFileMultiPointRecordConverter::GetPointCount(const TvxShapeFileRecord& ARecord) const
 {
-  return int(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).Points().size());
+  return int(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).XY().Count());
 }
 
 TvxMapControlGeoPoint TvxMapControlShapeFileMultiPointRecordConverter::GetPointLocation(
   const TvxShapeFileRecord& ARecord, int AIndex) const
 {
-  return Location(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).Points()[size_t(AIndex)]);
+  return Location(static_cast<const TvxShapeFileMultiPointRecord&>(ARecord).XY().Point(AIndex));
 }
 
 std::type_index TvxMapControlShapeFileMultiPointMRecordConverter::GetRecordClass() const
@@ -354,26 +354,22 @@ void TvxMapControlShapeFilePolylineRecordConverter::Convert(const TvxShapeFileRe
   {
     const int First = GetPart(ARecord, I);
     const int Next = I + 1 < PartCount ? GetPart(ARecord, I + 1) : PointCount;
-    FLocations.clear();
+    TvxMapControlGeoPointCollection& Points = Segments.Add()->GeoPoints();
     if (Next > First)
-    {
-      FLocations.reserve(size_t(Next - First));
-      GetPointLocations(ARecord, First, Next - First, FLocations);
-    }
-    Segments.Add()->GeoPoints().AddRange(FLocations);
+      AddPointLocations(ARecord, First, Next - First, Points);
   }
   CreateAttributes(Path, ARow);
 }
 
 int TvxMapControlShapeFilePolylineRecordConverter::GetPointCount(const TvxShapeFileRecord& ARecord) const
 {
-  return int(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Points().size());
+  return int(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).XY().Count());
 }
 
 TvxMapControlGeoPoint TvxMapControlShapeFilePolylineRecordConverter::GetPointLocation(
   const TvxShapeFileRecord& ARecord, int AIndex) const
 {
-  return Location(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Points()[size_t(AIndex)]);
+  return Location(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).XY().Point(AIndex));
 }
 
 int TvxMapControlShapeFilePolylineRecordConverter::GetPartCount(const TvxShapeFileRecord& ARecord) const
@@ -386,10 +382,14 @@ int TvxMapControlShapeFilePolylineRecordConverter::GetPart(const TvxShapeFileRec
   return static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Parts()[size_t(AIndex)];
 }
 
-void TvxMapControlShapeFilePolylineRecordConverter::GetPointLocations(
-  const TvxShapeFileRecord& ARecord, int AFirst, int ACount, std::vector<TvxMapControlGeoPoint>& ALocations) const
+void TvxMapControlShapeFilePolylineRecordConverter::AddPointLocations(
+  const TvxShapeFileRecord& ARecord, int AFirst, int ACount, TvxMapControlGeoPointCollection& ALocations) const
 {
-  AppendLocations(static_cast<const TvxShapeFilePolylineRecord&>(ARecord).Points(), AFirst, ACount, ALocations);
+  // Straight from the file's bytes into the segment: one pass over them.
+  const TvxShapeFileXYBlock& Points = static_cast<const TvxShapeFilePolylineRecord&>(ARecord).XY();
+  ALocations.AddRange(size_t(ACount), [&Points, AFirst](size_t AIndex) {
+    return Location(Points.Point(AFirst + qint32(AIndex)));
+  });
 }
 
 std::type_index TvxMapControlShapeFilePolylineMRecordConverter::GetRecordClass() const
@@ -418,8 +418,8 @@ int TvxMapControlShapeFilePolylineMRecordConverter::GetPart(const TvxShapeFileRe
   return static_cast<const TvxShapeFilePolylineMRecord&>(ARecord).Parts()[size_t(AIndex)];
 }
 
-void TvxMapControlShapeFilePolylineMRecordConverter::GetPointLocations(
-  const TvxShapeFileRecord& ARecord, int AFirst, int ACount, std::vector<TvxMapControlGeoPoint>& ALocations) const
+void TvxMapControlShapeFilePolylineMRecordConverter::AddPointLocations(
+  const TvxShapeFileRecord& ARecord, int AFirst, int ACount, TvxMapControlGeoPointCollection& ALocations) const
 {
   AppendLocations(static_cast<const TvxShapeFilePolylineMRecord&>(ARecord).PointsM(), AFirst, ACount, ALocations);
 }
@@ -455,8 +455,8 @@ int TvxMapControlShapeFilePolygonMRecordConverter::GetPart(const TvxShapeFileRec
   return static_cast<const TvxShapeFilePolygonMRecord&>(ARecord).Parts()[size_t(AIndex)];
 }
 
-void TvxMapControlShapeFilePolygonMRecordConverter::GetPointLocations(
-  const TvxShapeFileRecord& ARecord, int AFirst, int ACount, std::vector<TvxMapControlGeoPoint>& ALocations) const
+void TvxMapControlShapeFilePolygonMRecordConverter::AddPointLocations(
+  const TvxShapeFileRecord& ARecord, int AFirst, int ACount, TvxMapControlGeoPointCollection& ALocations) const
 {
   AppendLocations(static_cast<const TvxShapeFilePolygonMRecord&>(ARecord).PointsM(), AFirst, ACount, ALocations);
 }

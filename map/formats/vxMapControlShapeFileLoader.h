@@ -136,13 +136,10 @@ protected:
   virtual int GetPartCount(const TvxShapeFileRecord& ARecord) const;
   virtual int GetPart(const TvxShapeFileRecord& ARecord, int AIndex) const;
   virtual TvxMapPathSegmentType GetSegmentType() const { return mstPolyline; }
-  // The points from AFirst on, appended at once: one call per part rather
-  // than per point.
-  virtual void GetPointLocations(const TvxShapeFileRecord& ARecord, int AFirst, int ACount,
-                                 std::vector<TvxMapControlGeoPoint>& ALocations) const;
-
-private:
-  std::vector<TvxMapControlGeoPoint> FLocations;
+  // The points from AFirst on, appended to the segment's points at once:
+  // one call per part rather than per point, and no copy in between.
+  virtual void AddPointLocations(const TvxShapeFileRecord& ARecord, int AFirst, int ACount,
+                                 TvxMapControlGeoPointCollection& ALocations) const;
 };
 
 class TvxMapControlShapeFilePolylineMRecordConverter : public TvxMapControlShapeFilePolylineRecordConverter
@@ -156,8 +153,8 @@ protected:
   TvxMapControlGeoPoint GetPointLocation(const TvxShapeFileRecord& ARecord, int AIndex) const override;
   int GetPartCount(const TvxShapeFileRecord& ARecord) const override;
   int GetPart(const TvxShapeFileRecord& ARecord, int AIndex) const override;
-  void GetPointLocations(const TvxShapeFileRecord& ARecord, int AFirst, int ACount,
-                         std::vector<TvxMapControlGeoPoint>& ALocations) const override;
+  void AddPointLocations(const TvxShapeFileRecord& ARecord, int AFirst, int ACount,
+                         TvxMapControlGeoPointCollection& ALocations) const override;
 };
 
 // Rings are plain segments whatever their direction: the path's alternate
@@ -183,8 +180,8 @@ protected:
   TvxMapControlGeoPoint GetPointLocation(const TvxShapeFileRecord& ARecord, int AIndex) const override;
   int GetPartCount(const TvxShapeFileRecord& ARecord) const override;
   int GetPart(const TvxShapeFileRecord& ARecord, int AIndex) const override;
-  void GetPointLocations(const TvxShapeFileRecord& ARecord, int AFirst, int ACount,
-                         std::vector<TvxMapControlGeoPoint>& ALocations) const override;
+  void AddPointLocations(const TvxShapeFileRecord& ARecord, int AFirst, int ACount,
+                         TvxMapControlGeoPointCollection& ALocations) const override;
 };
 
 // The converter classes, filled once at start-up, and during one load a

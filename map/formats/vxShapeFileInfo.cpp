@@ -1,6 +1,9 @@
 #include "vxShapeFileInfo.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <iterator>
+
 
 namespace
 {
@@ -11,19 +14,57 @@ std::unique_ptr<TvxShapeFileRecord> CreateRecordOf(qint32 ARecordNumber)
   return std::make_unique<TRecord>(ARecordNumber);
 }
 
-// Point arrays of X and Y: 16 bytes each, read without a call per point.
+// The points of 16 bytes of X and Y as a range the vector takes in one go:
+// its size is known at once, and each point is decoded where it is to stay,
+// with no zero fill first.
+template <class TPoint>
+class TDecodedPoints
+{
+public:
+  using iterator_category = std::random_access_iterator_tag;
+  using value_type = TPoint;
+  using difference_type = std::ptrdiff_t;
+  using pointer = void;
+  using reference = TPoint;
+
+  explicit TDecodedPoints(const uchar* AData) : FData(AData) {}
+  TPoint operator*() const
+  {
+    const TvxShapeFilePoint Point = TvxShapeFileXYBlock::Decode(FData);
+    TPoint Result;
+    Result.X = Point.X;
+    Result.Y = Point.Y;
+    return Result;
+  }
+  TDecodedPoints& operator++()
+  {
+    FData += 16;
+    return *this;
+  }
+  TDecodedPoints& operator--()
+  {
+    FData -= 16;
+    return *this;
+  }
+  TDecodedPoints& operator+=(difference_type AOffset)
+  {
+    FData += AOffset * 16;
+    return *this;
+  }
+  difference_type operator-(const TDecodedPoints& AOther) const { return (FData - AOther.FData) / 16; }
+  bool operator==(const TDecodedPoints& AOther) const { return FData == AOther.FData; }
+
+private:
+  const uchar* FData;
+};
+
+// Point arrays of X and Y, read without a call per point.
 template <class TPoint>
 void ReadXY(TvxByteStream& AStream, qint32 ACount, std::vector<TPoint>& APoints)
 {
   TvxShapeFileReader::CheckCount(AStream, ACount, "point count", 16);
-  APoints.assign(size_t(ACount), TPoint());
   const uchar* P = AStream.Read(qint64(ACount) * 16);
-  for (TPoint& Point : APoints)
-  {
-    Point.X = std::clamp(TvxByteStream::DoubleLE(P), -180.0, 180.0);
-    Point.Y = std::clamp(TvxByteStream::DoubleLE(P + 8), -90.0, 90.0);
-    P += 16;
-  }
+  APoints.assign(TDecodedPoints<TPoint>(P), TDecodedPoints<TPoint>(P + qint64(ACount) * 16));
 }
 
 template <class TPoint, double TPoint::*Value>
@@ -119,6 +160,12 @@ void TvxShapeFileReader::ReadPoints(TvxByteStream& AStream, qint32 ACount, std::
   ReadXY(AStream, ACount, APoints);
 }
 
+TvxShapeFileXYBlock TvxShapeFileReader::ReadXYBlock(TvxByteStream& AStream, qint32 ACount)
+{
+  CheckCount(AStream, ACount, "point count", 16);
+  return {AStream.Read(qint64(ACount) * 16), ACount};
+}
+
 void TvxShapeFileReader::ReadPointsM(TvxByteStream& AStream, qint32 ACount, std::vector<TvxShapeFilePointM>& APoints)
 {
   ReadXY(AStream, ACount, APoints);
@@ -145,6 +192,18 @@ void TvxShapeFileReader::ReadZPointsZ(TvxByteStream& AStream, std::vector<TvxSha
 }
 
 // Records
+
+std::span<const TvxShapeFilePoint> TvxShapeFileCustomMultiPointRecord::Points() const
+{
+  if (!FIsPointsDecoded)
+  {
+    FPoints.reserve(size_t(FXY.Count()));
+    for (qint32 I = 0; I < FXY.Count(); ++I)
+      FPoints.push_back(FXY.Point(I));
+    FIsPointsDecoded = true;
+  }
+  return FPoints;
+}
 
 void TvxShapeFilePointRecord::LoadFromStream(TvxByteStream& AStream)
 {
@@ -189,14 +248,14 @@ void TvxShapeFilePolylineRecord::LoadFromStream(TvxByteStream& AStream)
   const qint32 PartCount = TvxShapeFileReader::ReadCount(AStream, "part count", 4);
   const qint32 PointCount = TvxShapeFileReader::ReadCount(AStream, "point count", 16);
   TvxShapeFileReader::ReadParts(AStream, PartCount, FParts);
-  TvxShapeFileReader::ReadPoints(AStream, PointCount, FPoints);
+  FXY = TvxShapeFileReader::ReadXYBlock(AStream, PointCount);
 }
 
 void TvxShapeFileMultiPointRecord::LoadFromStream(TvxByteStream& AStream)
 {
   FBoundingBox = TvxShapeFileReader::ReadBoundingBox(AStream);
   const qint32 PointCount = TvxShapeFileReader::ReadCount(AStream, "point count", 16);
-  TvxShapeFileReader::ReadPoints(AStream, PointCount, FPoints);
+  FXY = TvxShapeFileReader::ReadXYBlock(AStream, PointCount);
 }
 
 void TvxShapeFilePolylineMRecord::LoadFromStream(TvxByteStream& AStream)
@@ -277,11 +336,25 @@ TvxShapeFileRecordsFactory& vxShapeFileRecordsFactory()
 
 void TvxShapeFileInfo::LoadFromStream(QIODevice& AStream)
 {
-  QByteArray Storage;
-  LoadFromBytes(vxDeviceBytes(AStream, Storage));
+  if (const auto* Buffer = qobject_cast<const QBuffer*>(&AStream); Buffer && Buffer->isReadable())
+  {
+    // Shared, not copied: the file layer hands over whole files this way.
+    FData.append(Buffer->data());
+    const QByteArrayView Data = FData.constLast();
+    Load(Data.sliced(std::clamp<qsizetype>(qsizetype(Buffer->pos()), 0, Data.size())));
+    return;
+  }
+  FData.append(AStream.readAll());
+  Load(FData.constLast());
 }
 
 void TvxShapeFileInfo::LoadFromBytes(QByteArrayView AData)
+{
+  FData.append(AData.toByteArray());
+  Load(FData.constLast());
+}
+
+void TvxShapeFileInfo::Load(QByteArrayView AData)
 {
   TvxByteStream Stream(AData);
   LoadHeader(Stream);

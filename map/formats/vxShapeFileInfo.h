@@ -7,12 +7,18 @@
 
 #include "vxByteStream.h"
 
+#include <QByteArrayList>
 #include <QIODevice>
 
+#include <algorithm>
 #include <memory>
 #include <span>
 #include <unordered_map>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 enum TvxShapeFileRecordType
 {
@@ -173,14 +179,59 @@ protected:
   TvxShapeFilePointRange FZRange;
 };
 
+// X and Y of points, 16 bytes each, as they stand in the bytes of the file
+// info that owns the record: read once, where they are wanted, with no copy
+// in between.
+class TvxShapeFileXYBlock
+{
+public:
+  TvxShapeFileXYBlock() = default;
+  TvxShapeFileXYBlock(const uchar* AData, qint32 ACount) : FData(AData), FCount(ACount) {}
+  qint32 Count() const { return FCount; }
+  // Clamped to [-180, 180] and [-90, 90].
+  TvxShapeFilePoint Point(qint32 AIndex) const { return Decode(FData + qsizetype(AIndex) * 16); }
+  static TvxShapeFilePoint Decode(const uchar* AData);
+
+private:
+  const uchar* FData = nullptr;
+  qint32 FCount = 0;
+};
+
+inline TvxShapeFilePoint TvxShapeFileXYBlock::Decode(const uchar* AData)
+{
+  TvxShapeFilePoint Result;
+#if defined(__SSE2__) && Q_BYTE_ORDER == Q_LITTLE_ENDIAN
+  // X and Y clamped together, one maximum and one minimum instruction.
+  // Both give their second operand when one is NaN, so the point goes
+  // second: a NaN stays NaN, as with std::clamp.
+  const __m128d Point = _mm_loadu_pd(reinterpret_cast<const double*>(AData));
+  const __m128d Clamped = _mm_min_pd(_mm_set_pd(90.0, 180.0), _mm_max_pd(_mm_set_pd(-90.0, -180.0), Point));
+  double XY[2];
+  _mm_storeu_pd(XY, Clamped);
+  Result.X = XY[0];
+  Result.Y = XY[1];
+#else
+  Result.X = std::clamp(TvxByteStream::DoubleLE(AData), -180.0, 180.0);
+  Result.Y = std::clamp(TvxByteStream::DoubleLE(AData + 8), -90.0, 90.0);
+#endif
+  return Result;
+}
+
 class TvxShapeFileCustomMultiPointRecord : public TvxShapeFileBoundedShpRecord
 {
 public:
   using TvxShapeFileBoundedShpRecord::TvxShapeFileBoundedShpRecord;
-  std::span<const TvxShapeFilePoint> Points() const { return FPoints; }
+  // Decoded on the first call; a loader that only passes the points on
+  // reads XY() instead.
+  std::span<const TvxShapeFilePoint> Points() const;
+  const TvxShapeFileXYBlock& XY() const { return FXY; }
 
 protected:
-  std::vector<TvxShapeFilePoint> FPoints;
+  TvxShapeFileXYBlock FXY;
+
+private:
+  mutable std::vector<TvxShapeFilePoint> FPoints;
+  mutable bool FIsPointsDecoded = false;
 };
 
 class TvxShapeFileCustomMultiPointMRecord : public TvxShapeFileBoundedMShpRecord
@@ -359,6 +410,8 @@ public:
   // One int32 per part, kept as a byte.
   static void ReadPartTypes(TvxByteStream& AStream, qint32 ACount, std::vector<quint8>& APartTypes);
   static void ReadPoints(TvxByteStream& AStream, qint32 ACount, std::vector<TvxShapeFilePoint>& APoints);
+  // Checks and steps over the points, leaving them in the bytes.
+  static TvxShapeFileXYBlock ReadXYBlock(TvxByteStream& AStream, qint32 ACount);
   // X and Y of each point.
   static void ReadPointsM(TvxByteStream& AStream, qint32 ACount, std::vector<TvxShapeFilePointM>& APoints);
   static void ReadPointsZ(TvxByteStream& AStream, qint32 ACount, std::vector<TvxShapeFilePointZ>& APoints);
@@ -372,7 +425,9 @@ class TvxShapeFileInfo
 {
 public:
   // Reads the stream from its position to its end; throws EvxReadError when
-  // the data ends early or holds a count that cannot be.
+  // the data ends early or holds a count that cannot be. The records keep
+  // their points in the bytes, which the file info holds for as long as it
+  // lives: a QBuffer's array is shared, anything else is read or copied.
   void LoadFromStream(QIODevice& AStream);
   void LoadFromBytes(QByteArrayView AData);
 
@@ -384,6 +439,10 @@ private:
   void LoadRecords(TvxByteStream& AStream);
   void LoadRecord(TvxByteStream& AStream);
 
+  void Load(QByteArrayView AData);
+
+  // Every load's bytes, as records of each still point into them.
+  QByteArrayList FData;
   TvxShapeFileHeader FHeader;
   std::vector<std::unique_ptr<TvxShapeFileRecord>> FRecords;
 };

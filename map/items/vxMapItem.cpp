@@ -530,8 +530,7 @@ void TvxCustomMapItemViewInfo::Paint(TvxMapControlPainter& APainter)
 // TvxMapItemViewInfo
 
 TvxMapItemViewInfo::TvxMapItemViewInfo(TvxMapItem* AItem)
-  : FItem(AItem), FCachedRenderScale(NullRenderPoint), FCachedRenderOffset(NullRenderPoint),
-    FStyles(std::make_unique<TvxMapItemStylesHelper>(nullptr))
+  : FItem(AItem), FCachedRenderScale(NullRenderPoint), FCachedRenderOffset(NullRenderPoint)
 {
 }
 
@@ -714,6 +713,8 @@ QRect TvxMapItemViewInfo::DoCalculateTitleBounds()
 
 void TvxMapItemViewInfo::UpdateStyles()
 {
+  if (!FStyles)
+    FStyles = std::make_unique<TvxMapItemStylesHelper>(nullptr);
   FStyles->EnumActualStyles(
     [this](TvxMapControlElementState AState, TvxMapItemStyle& AStyle) { MergeStyles(AState, AStyle); });
   FIsStylesValid = true;
@@ -782,8 +783,9 @@ quint32 TvxMapItemViewInfo::GetTextGlowColor() const
 void TvxMapItemViewInfo::MergeStyles(TvxMapControlElementState AState, TvxMapItemStyle& AStyle)
 {
   // Normal, hot and selected are separate chains: item, layer, painter.
-  const TvxMapItemStyle* I = FItem->GetStyle(AState);
-  const TvxMapItemStyle* L = Layer() ? Layer()->GetStyle(AState) : nullptr;
+  // Styles nobody asked for set nothing: they are looked at, not made.
+  const TvxMapItemStyle* I = FItem->FindStyle(AState);
+  const TvxMapItemStyle* L = Layer() ? Layer()->ItemStyles().FindStyle(AState) : nullptr;
   auto Pick = [&](TvxMapItemStyleValue AFlag, quint32 (TvxCustomMapItemStyle::*AGet)() const, quint32 ADefault) {
     quint32 Value = vxMapControlDefaultAlphaColor;
     if (I && I->IsAssigned(AFlag))

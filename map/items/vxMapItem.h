@@ -145,6 +145,8 @@ public:
   TvxMapItemStyle& StyleHot() const { return *FStyles->Style(mcesHot); }
   TvxMapItemStyle& StyleSelected() const { return *FStyles->Style(mcesSelected); }
   TvxMapItemStyle* GetStyle(TvxMapControlElementState AState) const { return FStyles->Style(AState); }
+  // Null while the item has no style of its own for the state.
+  const TvxMapItemStyle* FindStyle(TvxMapControlElementState AState) const { return FStyles->FindStyle(AState); }
   void SetStyle(TvxMapControlElementState AState, const TvxCustomMapItemStyle& AValue);
   TvxMapItemTitleOptions& TitleOptions() const { return *FTitleOptions; }
   bool Visible() const { return FVisible; }
@@ -299,7 +301,7 @@ public:
   // Styles merged from item, layer and painter, by state.
   virtual TvxMapItemStyle& GetStyle();
   TvxMapItemStyle& GetStyle(TvxMapControlElementState AState);
-  int GetMaxBorderWidth();
+  virtual int GetMaxBorderWidth();
   const QFont& GetMaxSizeFont();
   void UpdateStyles();
   virtual QString GetText();
@@ -346,6 +348,8 @@ protected:
   TvxPointDouble FMapCenterPoint;
   TvxSizeDouble FMaxTitleSize;
   QPoint FScreenCenterPoint;
+  // Made at the first merge: path segments borrow their path's and never
+  // need one.
   std::unique_ptr<TvxMapItemStylesHelper> FStyles;
   std::unique_ptr<TvxMapItemTextViewInfo> FTextInfo;
 };

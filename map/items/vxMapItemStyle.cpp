@@ -2,9 +2,34 @@
 
 #include <QFontMetrics>
 
-TvxCustomMapItemStyle::TvxCustomMapItemStyle(void* AOwner) : FOwner(AOwner)
+#include <algorithm>
+
+namespace
 {
-  FFont.setBold(true);
+
+// The application's font in bold, made once for each application font and
+// shared: a copy costs a reference count, where setting bold on every
+// style's own font would allocate a font of its own each time.
+const QFont& DefaultStyleFont()
+{
+  thread_local QFont Base;
+  thread_local QFont Bold;
+  thread_local bool Made = false;
+  const QFont Current;
+  if (!Made || !Current.isCopyOf(Base))
+  {
+    Base = Current;
+    Bold = Current;
+    Bold.setBold(true);
+    Made = true;
+  }
+  return Bold;
+}
+
+} // namespace
+
+TvxCustomMapItemStyle::TvxCustomMapItemStyle(void* AOwner) : FOwner(AOwner), FFont(DefaultStyleFont())
+{
 }
 
 void TvxCustomMapItemStyle::Changed()
@@ -73,16 +98,9 @@ void TvxCustomMapItemStyle::DoAssign(const TvxCustomMapItemStyle& ASource)
   SetTextGlowColor(ASource.TextGlowColor());
 }
 
-TvxMapItemStylesHelper::TvxMapItemStylesHelper(void* AOwner) : FOwner(AOwner)
+TvxMapItemStylesHelper::TvxMapItemStylesHelper(void* AOwner)
+  : FOwner(AOwner), FActualStates(TvxMapItemStylesHelper::GetActualStates()) // a constructor cannot ask a subclass
 {
-  // The base set of states: a constructor cannot ask a subclass.
-  const TvxMapControlElementStates States = TvxMapItemStylesHelper::GetActualStates();
-  for (int State = 0; State < StateCount; ++State)
-    if (States & vxElementStateBit(TvxMapControlElementState(State)))
-    {
-      FStyles[size_t(State)] = std::make_unique<TvxMapItemStyle>(this);
-      FStyles[size_t(State)]->OnChanged = [this](TvxCustomMapItemStyle*) { StyleChanged(); };
-    }
 }
 
 TvxMapControlElementStates TvxMapItemStylesHelper::GetActualStates() const
@@ -93,7 +111,30 @@ TvxMapControlElementStates TvxMapItemStylesHelper::GetActualStates() const
 TvxMapItemStyle* TvxMapItemStylesHelper::Style(TvxMapControlElementState AState) const
 {
   const int Index = int(AState);
+  if (Index < 0 || Index >= StateCount || !(FActualStates & vxElementStateBit(AState)))
+    return nullptr;
+  std::unique_ptr<TvxMapItemStyle>& Result = FStyles[size_t(Index)];
+  if (!Result)
+  {
+    // A new style sets nothing, so the maxima stay as they are.
+    auto* Self = const_cast<TvxMapItemStylesHelper*>(this);
+    Result = std::make_unique<TvxMapItemStyle>(Self);
+    Result->OnChanged = [Self](TvxCustomMapItemStyle*) { Self->StyleChanged(); };
+    FIsFontCacheValid = false;
+  }
+  return Result.get();
+}
+
+const TvxMapItemStyle* TvxMapItemStylesHelper::FindStyle(TvxMapControlElementState AState) const
+{
+  const int Index = int(AState);
   return Index >= 0 && Index < StateCount ? FStyles[size_t(Index)].get() : nullptr;
+}
+
+void TvxMapItemStylesHelper::CreateAllStyles() const
+{
+  for (int State = 0; State < StateCount; ++State)
+    Style(TvxMapControlElementState(State));
 }
 
 void TvxMapItemStylesHelper::SetStyle(TvxMapControlElementState AState, const TvxCustomMapItemStyle& AValue)
@@ -106,8 +147,8 @@ void TvxMapItemStylesHelper::EnumActualStyles(
   const std::function<void(TvxMapControlElementState, TvxMapItemStyle&)>& ACallback) const
 {
   for (int State = 0; State < StateCount; ++State)
-    if (FStyles[size_t(State)])
-      ACallback(TvxMapControlElementState(State), *FStyles[size_t(State)]);
+    if (TvxMapItemStyle* S = Style(TvxMapControlElementState(State)))
+      ACallback(TvxMapControlElementState(State), *S);
 }
 
 void TvxMapItemStylesHelper::StyleChanged()
@@ -122,10 +163,14 @@ void TvxMapItemStylesHelper::CheckCache() const
 {
   if (FIsCacheValid)
     return;
+  // A style not made yet has the width of a new one.
   FMaxBorderWidth = 0;
-  for (const auto& Style : FStyles)
-    if (Style && Style->BorderWidth() > FMaxBorderWidth)
-      FMaxBorderWidth = Style->BorderWidth();
+  for (int State = 0; State < StateCount; ++State)
+    if (FActualStates & vxElementStateBit(TvxMapControlElementState(State)))
+    {
+      const TvxMapItemStyle* S = FStyles[size_t(State)].get();
+      FMaxBorderWidth = std::max(FMaxBorderWidth, S ? S->BorderWidth() : 1);
+    }
   FIsCacheValid = true;
 }
 
@@ -133,6 +178,8 @@ void TvxMapItemStylesHelper::CheckFontCache() const
 {
   if (FIsFontCacheValid)
     return;
+  // The answer is a font held by a style, so every style is made first.
+  CreateAllStyles();
   FMaxSizeFont = nullptr;
   int MaxHeight = 0;
   for (const auto& Style : FStyles)

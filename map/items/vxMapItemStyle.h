@@ -104,7 +104,11 @@ public:
   void* Owner() const { return FOwner; }
   // The states that have a style; the others answer null.
   virtual TvxMapControlElementStates GetActualStates() const;
+  // A style is made on first asking: most items never set one of their own,
+  // and a large layer holds hundreds of thousands of helpers.
   TvxMapItemStyle* Style(TvxMapControlElementState AState) const;
+  // Null while nobody has asked for the style: nothing is set in it then.
+  const TvxMapItemStyle* FindStyle(TvxMapControlElementState AState) const;
   // Assigns into the existing style of that state.
   void SetStyle(TvxMapControlElementState AState, const TvxCustomMapItemStyle& AValue);
   void EnumActualStyles(const std::function<void(TvxMapControlElementState, TvxMapItemStyle&)>& ACallback) const;
@@ -120,6 +124,7 @@ private:
   // every layout asks for the width of every item, few for the font.
   void CheckCache() const;
   void CheckFontCache() const;
+  void CreateAllStyles() const;
   void StyleChanged();
 
   void* FOwner;
@@ -127,5 +132,7 @@ private:
   mutable bool FIsFontCacheValid = false;
   mutable int FMaxBorderWidth = 0;
   mutable const QFont* FMaxSizeFont = nullptr;
-  std::array<std::unique_ptr<TvxMapItemStyle>, StateCount> FStyles;
+  // Which states have a style at all, fixed at construction.
+  TvxMapControlElementStates FActualStates = 0;
+  mutable std::array<std::unique_ptr<TvxMapItemStyle>, StateCount> FStyles;
 };

@@ -78,48 +78,53 @@ bool IsOnOutline(const QPainterPath& APath, const QPoint& APoint, int AWidth)
 
 // TvxMapControlGeoPointItem
 
-int TvxMapControlGeoPointItem::Index() const
+TvxMapControlGeoPoint& TvxMapControlGeoPointItem::Point() const
 {
-  return FCollection ? FCollection->IndexOf(this) : -1;
+  return FCollection->FPoints.at(size_t(FIndex));
 }
 
-void TvxMapControlGeoPointItem::Changed()
+const TvxMapControlGeoPoint& TvxMapControlGeoPointItem::GeoPoint() const
 {
-  if (FCollection)
-    FCollection->Changed();
+  return Point();
+}
+
+void TvxMapControlGeoPointItem::Changed() const
+{
+  FCollection->Changed();
 }
 
 void TvxMapControlGeoPointItem::SetGeoPoint(const TvxMapControlGeoPoint& AValue)
 {
-  if (FGeoPoint.IsEqual(AValue))
+  TvxMapControlGeoPoint& P = Point();
+  if (P.IsEqual(AValue))
     return;
-  FGeoPoint = AValue;
+  P = AValue;
   Changed();
 }
 
 void TvxMapControlGeoPointItem::SetLatitude(double AValue)
 {
-  if (FGeoPoint.Latitude == AValue)
+  TvxMapControlGeoPoint& P = Point();
+  if (P.Latitude == AValue)
     return;
-  FGeoPoint.Latitude = AValue;
+  P.Latitude = AValue;
   Changed();
 }
 
 void TvxMapControlGeoPointItem::SetLongitude(double AValue)
 {
-  if (FGeoPoint.Longitude == AValue)
+  TvxMapControlGeoPoint& P = Point();
+  if (P.Longitude == AValue)
     return;
-  FGeoPoint.Longitude = AValue;
+  P.Longitude = AValue;
   Changed();
 }
 
 void TvxMapControlGeoPointItem::Assign(const TvxMapControlGeoPointItem& ASource)
 {
-  if (FCollection)
-    FCollection->BeginUpdate();
-  SetGeoPoint(ASource.FGeoPoint);
-  if (FCollection)
-    FCollection->EndUpdate();
+  FCollection->BeginUpdate();
+  SetGeoPoint(ASource.GeoPoint());
+  FCollection->EndUpdate();
 }
 
 // TvxMapControlGeoPointCollection
@@ -129,35 +134,35 @@ TvxMapControlGeoPointCollection::~TvxMapControlGeoPointCollection()
   OnChanged = nullptr;
 }
 
-int TvxMapControlGeoPointCollection::IndexOf(const TvxMapControlGeoPointItem* AItem) const
+TvxMapControlGeoPointItem TvxMapControlGeoPointCollection::Items(int AIndex)
 {
-  if (FItems.empty() || AItem < FItems.data() || AItem >= FItems.data() + FItems.size())
-    return -1;
-  return int(AItem - FItems.data());
+  FPoints.at(size_t(AIndex));
+  return {this, AIndex};
 }
 
-size_t TvxMapControlGeoPointCollection::CopyGeoPoints(size_t AStart,
-                                                      std::span<TvxMapControlGeoPoint> ADestination) const
+const TvxMapControlGeoPointItem TvxMapControlGeoPointCollection::Items(int AIndex) const
 {
-  const size_t Count = AStart < FItems.size() ? std::min(ADestination.size(), FItems.size() - AStart) : 0;
-  const TvxMapControlGeoPointItem* Source = FItems.data() + AStart;
-  for (size_t I = 0; I < Count; ++I)
-    ADestination[I] = Source[I].FGeoPoint;
-  return Count;
+  FPoints.at(size_t(AIndex));
+  return {const_cast<TvxMapControlGeoPointCollection*>(this), AIndex};
 }
 
-TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add()
+int TvxMapControlGeoPointCollection::IndexOf(const TvxMapControlGeoPointItem& AItem) const
 {
-  FItems.emplace_back(this);
+  return AItem.Collection() == this && AItem.Index() >= 0 && AItem.Index() < Count() ? AItem.Index() : -1;
+}
+
+TvxMapControlGeoPointItem TvxMapControlGeoPointCollection::Add()
+{
+  FPoints.emplace_back();
   Changed();
-  return &FItems.back();
+  return {this, Count() - 1};
 }
 
-TvxMapControlGeoPointItem* TvxMapControlGeoPointCollection::Add(const TvxMapControlGeoPoint& AGeoPoint)
+TvxMapControlGeoPointItem TvxMapControlGeoPointCollection::Add(const TvxMapControlGeoPoint& AGeoPoint)
 {
   BeginUpdate();
-  TvxMapControlGeoPointItem* Item = Add();
-  Item->SetGeoPoint(AGeoPoint);
+  TvxMapControlGeoPointItem Item = Add();
+  Item.SetGeoPoint(AGeoPoint);
   EndUpdate();
   return Item;
 }
@@ -166,9 +171,7 @@ void TvxMapControlGeoPointCollection::AddRange(std::span<const TvxMapControlGeoP
 {
   if (AGeoPoints.empty())
     return;
-  FItems.reserve(FItems.size() + AGeoPoints.size());
-  for (const TvxMapControlGeoPoint& Point : AGeoPoints)
-    FItems.emplace_back(this).FGeoPoint = Point;
+  FPoints.insert(FPoints.end(), AGeoPoints.begin(), AGeoPoints.end());
   Changed();
 }
 
@@ -176,15 +179,15 @@ void TvxMapControlGeoPointCollection::Delete(int AIndex)
 {
   if (AIndex < 0 || AIndex >= Count())
     return;
-  FItems.erase(FItems.begin() + AIndex);
+  FPoints.erase(FPoints.begin() + AIndex);
   Changed();
 }
 
 void TvxMapControlGeoPointCollection::Clear()
 {
-  if (FItems.empty())
+  if (FPoints.empty())
     return;
-  FItems.clear();
+  FPoints.clear();
   Changed();
 }
 
@@ -194,9 +197,7 @@ void TvxMapControlGeoPointCollection::Assign(const TvxMapControlGeoPointCollecti
     return;
   BeginUpdate();
   Clear();
-  FItems.reserve(ASource.FItems.size());
-  for (const TvxMapControlGeoPointItem& Item : ASource.FItems)
-    FItems.emplace_back(this).FGeoPoint = Item.FGeoPoint;
+  FPoints = ASource.FPoints;
   Changed();
   EndUpdate();
 }
@@ -449,15 +450,17 @@ void TvxMapCustomMultiPointItemViewInfo::GeoPointsToMapPoints(const TvxCustomMap
   AMapPoints.reserve(Count + (AClosed && Count > 0 ? 1 : 0));
   // Map units run from 0 to 1; bounds without points stay (1, 1, -1, -1).
   double MinX = 1.0, MinY = 1.0, MaxX = 0.0, MaxY = 0.0;
-  // Projected a block at a time through one call; the blocks stay in the
-  // first level of the cache and are appended, with no zero fill first.
+  // Projected a block at a time straight from the collection's points; the
+  // blocks stay in the first level of the cache and are appended, with no
+  // zero fill first.
   constexpr size_t BlockSize = 256;
-  TvxMapControlGeoPoint Geo[BlockSize];
   TvxPointDouble Map[BlockSize];
+  const std::span<const TvxMapControlGeoPoint> Geo =
+    AGeoPoints ? AGeoPoints->GeoPoints() : std::span<const TvxMapControlGeoPoint>();
   for (size_t Start = 0; Start < Count; Start += BlockSize)
   {
-    const size_t N = AGeoPoints->CopyGeoPoints(Start, Geo);
-    ALayer->GeoPointsToMapUnits(std::span(Geo, N), std::span(Map, N));
+    const size_t N = std::min(BlockSize, Count - Start);
+    ALayer->GeoPointsToMapUnits(Geo.subspan(Start, N), std::span(Map, N));
     for (size_t I = 0; I < N; ++I)
     {
       const TvxPointDouble& P = Map[I];
@@ -782,6 +785,11 @@ TvxMapItemStyle& TvxMapPathSegmentPolygonViewInfo::GetStyle()
   return FItem->ViewInfo()->GetStyle();
 }
 
+int TvxMapPathSegmentPolygonViewInfo::GetMaxBorderWidth()
+{
+  return FItem->ViewInfo()->GetMaxBorderWidth();
+}
+
 const TvxMapControlGeoPointCollection* TvxMapPathSegmentPolygonViewInfo::GetGeoPoints() const
 {
   return &FSegment->GeoPoints();
@@ -815,6 +823,11 @@ TvxMapPathSegmentPolylineViewInfo::TvxMapPathSegmentPolylineViewInfo(TvxMapPath*
 TvxMapItemStyle& TvxMapPathSegmentPolylineViewInfo::GetStyle()
 {
   return FItem->ViewInfo()->GetStyle();
+}
+
+int TvxMapPathSegmentPolylineViewInfo::GetMaxBorderWidth()
+{
+  return FItem->ViewInfo()->GetMaxBorderWidth();
 }
 
 const TvxMapControlGeoPointCollection* TvxMapPathSegmentPolylineViewInfo::GetGeoPoints() const

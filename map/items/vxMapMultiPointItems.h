@@ -11,7 +11,9 @@
 #include <QPainterPath>
 #include <QPolygon>
 
+#include <cstddef>
 #include <initializer_list>
+#include <iterator>
 #include <memory>
 #include <span>
 #include <vector>
@@ -22,35 +24,40 @@ class TvxMapPath;
 class TvxMapPathSegment;
 class TvxMapPathSegments;
 
+// A point of a collection, reached by its position. The collection holds
+// the points themselves, 16 bytes each, as files bring millions of them;
+// this is a handle on one, valid until the collection shrinks.
 class TvxMapControlGeoPointItem
 {
 public:
-  explicit TvxMapControlGeoPointItem(TvxMapControlGeoPointCollection* ACollection) : FCollection(ACollection) {}
-  TvxMapControlGeoPointItem(const TvxMapControlGeoPointItem&) = delete;
-  TvxMapControlGeoPointItem& operator=(const TvxMapControlGeoPointItem&) = delete;
-  // Moved only by its collection, which keeps its points in one block.
-  TvxMapControlGeoPointItem(TvxMapControlGeoPointItem&&) = default;
-  TvxMapControlGeoPointItem& operator=(TvxMapControlGeoPointItem&&) = default;
+  TvxMapControlGeoPointItem(TvxMapControlGeoPointCollection* ACollection, int AIndex)
+    : FCollection(ACollection), FIndex(AIndex)
+  {
+  }
 
   TvxMapControlGeoPointCollection* Collection() const { return FCollection; }
-  int Index() const;
+  int Index() const { return FIndex; }
 
-  const TvxMapControlGeoPoint& GeoPoint() const { return FGeoPoint; }
+  const TvxMapControlGeoPoint& GeoPoint() const;
   // Compared by the tolerance rule.
   void SetGeoPoint(const TvxMapControlGeoPoint& AValue);
-  double Latitude() const { return FGeoPoint.Latitude; }
-  double Longitude() const { return FGeoPoint.Longitude; }
+  double Latitude() const { return GeoPoint().Latitude; }
+  double Longitude() const { return GeoPoint().Longitude; }
   // These two compare exactly.
   void SetLatitude(double AValue);
   void SetLongitude(double AValue);
   void Assign(const TvxMapControlGeoPointItem& ASource);
 
+  // Items(I)->Latitude() reads as it would for an item held by pointer.
+  TvxMapControlGeoPointItem* operator->() { return this; }
+  const TvxMapControlGeoPointItem* operator->() const { return this; }
+
 private:
-  friend class TvxMapControlGeoPointCollection;
-  void Changed();
+  TvxMapControlGeoPoint& Point() const;
+  void Changed() const;
 
   TvxMapControlGeoPointCollection* FCollection;
-  TvxMapControlGeoPoint FGeoPoint;
+  int FIndex;
 };
 
 class TvxMapControlGeoPointCollection
@@ -67,25 +74,28 @@ public:
   TvxMapControlGeoPointCollection& operator=(const TvxMapControlGeoPointCollection&) = delete;
   ~TvxMapControlGeoPointCollection();
 
-  int Count() const { return int(FItems.size()); }
-  // Points are held by value in one block, as files bring millions of them:
-  // a pointer from Items stays valid until the collection grows or shrinks.
-  TvxMapControlGeoPointItem* Items(int AIndex) { return &FItems.at(size_t(AIndex)); }
-  const TvxMapControlGeoPointItem* Items(int AIndex) const { return &FItems.at(size_t(AIndex)); }
-  int IndexOf(const TvxMapControlGeoPointItem* AItem) const;
-  // The points from AStart on into ADestination, as many as fit; the count
-  // copied out. The points sit beside their owner, so a caller that wants
-  // them in one block gathers them.
-  size_t CopyGeoPoints(size_t AStart, std::span<TvxMapControlGeoPoint> ADestination) const;
+  int Count() const { return int(FPoints.size()); }
+  // Throws std::out_of_range outside the collection.
+  TvxMapControlGeoPointItem Items(int AIndex);
+  const TvxMapControlGeoPointItem Items(int AIndex) const;
+  // -1 for an item of another collection or past the end.
+  int IndexOf(const TvxMapControlGeoPointItem& AItem) const;
+  // All points in one block, for bulk work such as projection.
+  std::span<const TvxMapControlGeoPoint> GeoPoints() const { return FPoints; }
 
-  TvxMapControlGeoPointItem* Add();
-  TvxMapControlGeoPointItem* Add(const TvxMapControlGeoPoint& AGeoPoint);
+  TvxMapControlGeoPointItem Add();
+  TvxMapControlGeoPointItem Add(const TvxMapControlGeoPoint& AGeoPoint);
   // Appends, with one change notification for all.
   void AddRange(std::span<const TvxMapControlGeoPoint> AGeoPoints);
   void AddRange(std::initializer_list<TvxMapControlGeoPoint> AGeoPoints)
   {
     AddRange(std::span<const TvxMapControlGeoPoint>(AGeoPoints.begin(), AGeoPoints.size()));
   }
+  // Appends ACount points, the I-th being AMake(I), with one change
+  // notification: the file loaders' way in for millions of points, built in
+  // place in one pass with no copy in between.
+  template <class TMake>
+  void AddRange(size_t ACount, const TMake& AMake);
   void Delete(int AIndex);
   void Clear();
   void Assign(const TvxMapControlGeoPointCollection& ASource);
@@ -98,9 +108,60 @@ public:
   std::function<void(TvxMapControlGeoPointCollection*)> OnChanged;
 
 private:
-  std::vector<TvxMapControlGeoPointItem> FItems;
+  friend class TvxMapControlGeoPointItem;
+
+  // The points of AddRange as a range the vector inserts in one go: its
+  // size is known at once, and each point is made where it is to stay.
+  template <class TMake>
+  class TMadePoints
+  {
+  public:
+    using iterator_category = std::random_access_iterator_tag;
+    using value_type = TvxMapControlGeoPoint;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = TvxMapControlGeoPoint;
+
+    TMadePoints(const TMake* AMake, size_t AIndex) : FMake(AMake), FIndex(AIndex) {}
+    TvxMapControlGeoPoint operator*() const { return (*FMake)(FIndex); }
+    TMadePoints& operator++()
+    {
+      ++FIndex;
+      return *this;
+    }
+    TMadePoints& operator--()
+    {
+      --FIndex;
+      return *this;
+    }
+    TMadePoints& operator+=(difference_type AOffset)
+    {
+      FIndex = size_t(difference_type(FIndex) + AOffset);
+      return *this;
+    }
+    difference_type operator-(const TMadePoints& AOther) const
+    {
+      return difference_type(FIndex) - difference_type(AOther.FIndex);
+    }
+    bool operator==(const TMadePoints& AOther) const { return FIndex == AOther.FIndex; }
+
+  private:
+    const TMake* FMake;
+    size_t FIndex;
+  };
+
+  std::vector<TvxMapControlGeoPoint> FPoints;
   TvxUpdateCounter FUpdates;
 };
+
+template <class TMake>
+void TvxMapControlGeoPointCollection::AddRange(size_t ACount, const TMake& AMake)
+{
+  if (ACount == 0)
+    return;
+  FPoints.insert(FPoints.end(), TMadePoints<TMake>(&AMake, 0), TMadePoints<TMake>(&AMake, ACount));
+  Changed();
+}
 
 class TvxMapCustomMultiPointItem : public TvxMapItem
 {
@@ -354,6 +415,8 @@ public:
   int GetHitTestIndex() const override { return 0; }
   using TvxMapCustomPolygonViewInfo::GetStyle;
   TvxMapItemStyle& GetStyle() override;
+  // The path's merged styles serve all its segments.
+  int GetMaxBorderWidth() override;
   bool HasTitle() const override { return false; }
   const TvxMapControlGeoPointCollection* GetGeoPoints() const override;
   // The area with the map-unit geometry brought up to date first.
@@ -379,6 +442,8 @@ public:
   int GetHitTestIndex() const override { return 0; }
   using TvxMapPolylineViewInfo::GetStyle;
   TvxMapItemStyle& GetStyle() override;
+  // The path's merged styles serve all its segments.
+  int GetMaxBorderWidth() override;
   const TvxMapControlGeoPointCollection* GetGeoPoints() const override;
 
 protected:

@@ -209,6 +209,35 @@ private Q_SLOTS:
     QCOMPARE(Info.Records().size(), size_t(5));
   }
 
+  void pointsOutliveTheBytesTheyCameFrom()
+  {
+    // Records read their points from the bytes as they were loaded, which
+    // the file info holds: what becomes of the caller's array afterwards,
+    // or of a first load's bytes at a second load, changes nothing.
+    QByteArray Data =
+      TShpBuilder().Record(1, 5, PolyContent({0, 3}, {{1, 2}, {200, -100}, {3, 4}, {5, 6}, {7, 8}})).Bytes();
+    TvxShapeFileInfo Info;
+    {
+      QBuffer Buffer(&Data);
+      QVERIFY(Buffer.open(QIODevice::ReadWrite));
+      Info.LoadFromStream(Buffer);
+      Buffer.seek(0);
+      Buffer.write(QByteArray(Data.size(), '\xFF'));
+    }
+    Data = QByteArray();
+    Info.LoadFromBytes(TShpBuilder().Record(2, 8, MultiPointContent({{9, 10}})).Bytes());
+    QCOMPARE(Info.Records().size(), size_t(2));
+    const auto& Polygon = static_cast<const TvxShapeFilePolygonRecord&>(*Info.Records()[0]);
+    QCOMPARE(Polygon.XY().Count(), 5);
+    QCOMPARE(Polygon.XY().Point(1).X, 180.0);
+    QCOMPARE(Polygon.XY().Point(1).Y, -90.0);
+    QCOMPARE(Polygon.XY().Point(4).Y, 8.0);
+    QCOMPARE(Polygon.Points().size(), size_t(5));
+    QCOMPARE(Polygon.Points()[3].X, 5.0);
+    QCOMPARE(Polygon.Parts()[1], 3);
+    QCOMPARE(static_cast<const TvxShapeFileMultiPointRecord&>(*Info.Records()[1]).Points()[0].Y, 10.0);
+  }
+
   void damagedCountsFailAtOnce()
   {
     // A count bigger than the file fails before anything is allocated.

@@ -1,6 +1,7 @@
 #include "TestRegistry.h"
 #include "vxMapItemStyle.h"
 
+#include <QGuiApplication>
 #include <QTest>
 
 class TestMapItemStyle : public QObject
@@ -93,6 +94,40 @@ private Q_SLOTS:
     const int Before = Changes;
     Helper.SetStyle(mcesPressed, Thin);
     QCOMPARE(Changes, Before);
+  }
+
+  void stylesAreMadeWhenFirstAskedFor()
+  {
+    // Nothing is made by looking: a helper nobody asked answers as three
+    // new styles would.
+    TvxMapItemStylesHelper Helper;
+    QVERIFY(!Helper.FindStyle(mcesNormal) && !Helper.FindStyle(mcesHot) && !Helper.FindStyle(mcesSelected));
+    QCOMPARE(Helper.GetMaxBorderWidth(), 1);
+    QVERIFY(!Helper.FindStyle(mcesHot));
+    int Changes = 0;
+    Helper.OnChanged = [&Changes](TvxMapItemStylesHelper*) { ++Changes; };
+    Helper.Style(mcesHot)->SetBorderWidth(6);
+    QCOMPARE(Changes, 1);
+    QCOMPARE(Helper.FindStyle(mcesHot), Helper.Style(mcesHot));
+    QCOMPARE(Helper.GetMaxBorderWidth(), 6);
+    QVERIFY(!Helper.FindStyle(mcesPressed) && !Helper.Style(mcesPressed));
+
+    // A new style's font is the application's font of the moment, in bold,
+    // though styles share one font while it stays the same.
+    const QFont Saved = QGuiApplication::font();
+    QFont Other = Saved;
+    Other.setPixelSize(31);
+    QGuiApplication::setFont(Other);
+    const TvxMapItemStyle Later;
+    QGuiApplication::setFont(Saved);
+    const TvxMapItemStyle Back;
+    QCOMPARE(Later.Font().pixelSize(), 31);
+    QVERIFY(Later.Font().bold());
+    QCOMPARE(Back.Font(), [&Saved] {
+      QFont Bold = Saved;
+      Bold.setBold(true);
+      return Bold;
+    }());
   }
 };
 

@@ -178,6 +178,7 @@ private Q_SLOTS:
   void hiddenSegmentOfPolylines();
   void titleAndSegmentType();
   void looksInEachState();
+  void ownStyleSetAfterLayoutReachesTheSegments();
 };
 
 void TestMapMultiPointItems::geoPointCollection()
@@ -194,7 +195,7 @@ void TestMapMultiPointItems::geoPointCollection()
     QCOMPARE(Points.Items(I)->Latitude(), 1.0 + 2 * I);
 
   // The point setter forgives float noise; the coordinate setters do not.
-  TvxMapControlGeoPointItem* Item = Points.Items(2);
+  TvxMapControlGeoPointItem Item = Points.Items(2);
   Item->SetGeoPoint(Geo(5 + 5e-13, 6));
   QCOMPARE(Changes, 2);
   QCOMPARE(Item->Latitude(), 5.0);
@@ -549,6 +550,26 @@ void TestMapMultiPointItems::looksInEachState()
     Path->TitleOptions().SetText(QStringLiteral("Isle"));
     return Path;
   });
+}
+
+void TestMapMultiPointItems::ownStyleSetAfterLayoutReachesTheSegments()
+{
+  // An item takes its layer's look and has no style of its own until one is
+  // asked for; one set after the first layout still reaches every segment,
+  // which draws and sizes itself by its path's merged style.
+  TMap Map;
+  TvxMapPath* Path = Map.AddPath({Map.Ring({60, 40, 120, 80}), Map.Ring({100, 60, 40, 40}, true)});
+  Map.Render();
+  QVERIFY(!Path->FindStyle(mcesNormal) && !Path->FindStyle(mcesHot) && !Path->FindStyle(mcesSelected));
+  const TvxMapCustomMultiPointItemViewInfo* Outer = Path->Segments().Items(0)->ViewInfo();
+  QCOMPARE(Outer->Bounds().width() - Outer->DrawBounds().width(), 2);
+
+  Path->Style().SetBorderWidth(9);
+  Path->Style().SetColor(0xFF00AA00);
+  const QImage Image = Map.Render();
+  QCOMPARE(Outer->Bounds().width() - Outer->DrawBounds().width(), 10);
+  QVERIFY(SameColor(Image.pixel(70, 50), 0xFF00AA00));
+  QVERIFY(SameColor(Image.pixel(120, 80), 0xFFFFFFFF));
 }
 
 MAPWRIGHT_TEST_CLASS(TestMapMultiPointItems)
