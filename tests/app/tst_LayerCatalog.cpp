@@ -267,7 +267,8 @@ private Q_SLOTS:
     const int factor = TvxKmlMemoryGuard::BudgetFactor;
     TvxKmlMemoryGuard::MinimumBudget = 4 << 20;
     TvxKmlMemoryGuard::BudgetFactor = 1;
-    WriteAll(Path(QStringLiteral("big.kml")), Kml(4000));
+    // Well beyond the budget, also with the styles made lazily.
+    WriteAll(Path(QStringLiteral("big.kml")), Kml(16000));
     const QString error = Load(LayerXml(Fixed + FileLayer("big", Path(QStringLiteral("big.kml")),
                                                           "Visible=\"True\" Color=\"255\"") +
                                         FileLayer("f1", Path(QStringLiteral("a.kml")))));
