@@ -11,8 +11,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <functional>
+#include <iterator>
 #include <numbers>
+#include <vector>
 
 // A list asked for an index or a name it does not have.
 class EListError : public std::runtime_error
@@ -293,3 +296,51 @@ enum TvxMapControlElementState
   mcesSelected,
   mcesDisabled
 };
+
+// The values AMake(0) .. AMake(N - 1) as a range a vector takes in one go:
+// its size is known at once, and each value is made where it is to stay,
+// with no fill or copy first.
+template <class T, class TMake>
+class TvxMadeIterator
+{
+public:
+  using iterator_category = std::random_access_iterator_tag;
+  using value_type = T;
+  using difference_type = std::ptrdiff_t;
+  using pointer = void;
+  using reference = T;
+
+  TvxMadeIterator(const TMake* AMake, size_t AIndex) : FMake(AMake), FIndex(AIndex) {}
+  T operator*() const { return (*FMake)(FIndex); }
+  TvxMadeIterator& operator++()
+  {
+    ++FIndex;
+    return *this;
+  }
+  TvxMadeIterator& operator--()
+  {
+    --FIndex;
+    return *this;
+  }
+  TvxMadeIterator& operator+=(difference_type AOffset)
+  {
+    FIndex = size_t(difference_type(FIndex) + AOffset);
+    return *this;
+  }
+  difference_type operator-(const TvxMadeIterator& AOther) const
+  {
+    return difference_type(FIndex) - difference_type(AOther.FIndex);
+  }
+  bool operator==(const TvxMadeIterator& AOther) const { return FIndex == AOther.FIndex; }
+
+private:
+  const TMake* FMake;
+  size_t FIndex;
+};
+
+// Appends AMake(0) .. AMake(ACount - 1) to AVector.
+template <class T, class TMake>
+void vxAppendMade(std::vector<T>& AVector, size_t ACount, const TMake& AMake)
+{
+  AVector.insert(AVector.end(), TvxMadeIterator<T, TMake>(&AMake, 0), TvxMadeIterator<T, TMake>(&AMake, ACount));
+}

@@ -1,9 +1,8 @@
 #include "vxShapeFileInfo.h"
 
-#include <algorithm>
-#include <cstddef>
-#include <iterator>
+#include "vxMapControlTypes.h"
 
+#include <algorithm>
 
 namespace
 {
@@ -14,57 +13,21 @@ std::unique_ptr<TvxShapeFileRecord> CreateRecordOf(qint32 ARecordNumber)
   return std::make_unique<TRecord>(ARecordNumber);
 }
 
-// The points of 16 bytes of X and Y as a range the vector takes in one go:
-// its size is known at once, and each point is decoded where it is to stay,
-// with no zero fill first.
-template <class TPoint>
-class TDecodedPoints
-{
-public:
-  using iterator_category = std::random_access_iterator_tag;
-  using value_type = TPoint;
-  using difference_type = std::ptrdiff_t;
-  using pointer = void;
-  using reference = TPoint;
-
-  explicit TDecodedPoints(const uchar* AData) : FData(AData) {}
-  TPoint operator*() const
-  {
-    const TvxShapeFilePoint Point = TvxShapeFileXYBlock::Decode(FData);
-    TPoint Result;
-    Result.X = Point.X;
-    Result.Y = Point.Y;
-    return Result;
-  }
-  TDecodedPoints& operator++()
-  {
-    FData += 16;
-    return *this;
-  }
-  TDecodedPoints& operator--()
-  {
-    FData -= 16;
-    return *this;
-  }
-  TDecodedPoints& operator+=(difference_type AOffset)
-  {
-    FData += AOffset * 16;
-    return *this;
-  }
-  difference_type operator-(const TDecodedPoints& AOther) const { return (FData - AOther.FData) / 16; }
-  bool operator==(const TDecodedPoints& AOther) const { return FData == AOther.FData; }
-
-private:
-  const uchar* FData;
-};
-
 // Point arrays of X and Y, read without a call per point.
 template <class TPoint>
 void ReadXY(TvxByteStream& AStream, qint32 ACount, std::vector<TPoint>& APoints)
 {
   TvxShapeFileReader::CheckCount(AStream, ACount, "point count", 16);
   const uchar* P = AStream.Read(qint64(ACount) * 16);
-  APoints.assign(TDecodedPoints<TPoint>(P), TDecodedPoints<TPoint>(P + qint64(ACount) * 16));
+  const auto LDecode = [P](size_t AIndex) {
+    const TvxShapeFilePoint Point = TvxShapeFileXYBlock::Decode(P + AIndex * 16);
+    TPoint Result;
+    Result.X = Point.X;
+    Result.Y = Point.Y;
+    return Result;
+  };
+  APoints.clear();
+  vxAppendMade(APoints, size_t(ACount), LDecode);
 }
 
 template <class TPoint, double TPoint::*Value>

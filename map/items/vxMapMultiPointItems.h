@@ -110,46 +110,6 @@ public:
 private:
   friend class TvxMapControlGeoPointItem;
 
-  // The points of AddRange as a range the vector inserts in one go: its
-  // size is known at once, and each point is made where it is to stay.
-  template <class TMake>
-  class TMadePoints
-  {
-  public:
-    using iterator_category = std::random_access_iterator_tag;
-    using value_type = TvxMapControlGeoPoint;
-    using difference_type = std::ptrdiff_t;
-    using pointer = void;
-    using reference = TvxMapControlGeoPoint;
-
-    TMadePoints(const TMake* AMake, size_t AIndex) : FMake(AMake), FIndex(AIndex) {}
-    TvxMapControlGeoPoint operator*() const { return (*FMake)(FIndex); }
-    TMadePoints& operator++()
-    {
-      ++FIndex;
-      return *this;
-    }
-    TMadePoints& operator--()
-    {
-      --FIndex;
-      return *this;
-    }
-    TMadePoints& operator+=(difference_type AOffset)
-    {
-      FIndex = size_t(difference_type(FIndex) + AOffset);
-      return *this;
-    }
-    difference_type operator-(const TMadePoints& AOther) const
-    {
-      return difference_type(FIndex) - difference_type(AOther.FIndex);
-    }
-    bool operator==(const TMadePoints& AOther) const { return FIndex == AOther.FIndex; }
-
-  private:
-    const TMake* FMake;
-    size_t FIndex;
-  };
-
   std::vector<TvxMapControlGeoPoint> FPoints;
   TvxUpdateCounter FUpdates;
 };
@@ -159,7 +119,7 @@ void TvxMapControlGeoPointCollection::AddRange(size_t ACount, const TMake& AMake
 {
   if (ACount == 0)
     return;
-  FPoints.insert(FPoints.end(), TMadePoints<TMake>(&AMake, 0), TMadePoints<TMake>(&AMake, ACount));
+  vxAppendMade(FPoints, ACount, AMake);
   Changed();
 }
 
