@@ -136,14 +136,15 @@ TvxMapControlGeoPointCollection::~TvxMapControlGeoPointCollection()
 
 TvxMapControlGeoPointItem TvxMapControlGeoPointCollection::Items(int AIndex)
 {
-  FPoints.at(size_t(AIndex));
+  // A handle is only made for a point that is there.
+  if (AIndex < 0 || AIndex >= Count())
+    throw std::out_of_range("point index out of range");
   return {this, AIndex};
 }
 
 const TvxMapControlGeoPointItem TvxMapControlGeoPointCollection::Items(int AIndex) const
 {
-  FPoints.at(size_t(AIndex));
-  return {const_cast<TvxMapControlGeoPointCollection*>(this), AIndex};
+  return const_cast<TvxMapControlGeoPointCollection*>(this)->Items(AIndex);
 }
 
 int TvxMapControlGeoPointCollection::IndexOf(const TvxMapControlGeoPointItem& AItem) const
