@@ -1,7 +1,9 @@
 // Loads a generated large Shapefile (polygons with holes, a table of text,
 // integer, float and date fields) and a KML of placemarks into file layers,
 // and runs GDAL's reading of the same files in the same rounds, when the
-// baseline program was built.
+// baseline program was built. Each load and each raw read runs in a fresh
+// process, as a user meets them: a process that has loaded before reuses
+// memory the first load had to fault in.
 
 #include "BenchShapeFile.h"
 #include "BenchStats.h"
@@ -12,6 +14,7 @@
 #include <QCommandLineParser>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFontMetrics>
 #include <QGuiApplication>
 #include <QProcess>
 #include <QRandomGenerator>
@@ -97,6 +100,32 @@ double LoadOnce(const QString& AName, TvxMapItemFileType AType, int& AItems)
   return Ms;
 }
 
+// Milliseconds of one raw read of the files.
+double RawOnce(const QStringList& ANames)
+{
+  QElapsedTimer Timer;
+  Timer.start();
+  for (const QString& Name : ANames)
+  {
+    QFile File(Name);
+    if (File.open(QIODevice::ReadOnly))
+      File.readAll();
+  }
+  return Timer.nsecsElapsed() / 1e6;
+}
+
+// This program again, running one measurement; its milliseconds, or -1.
+double ChildOnce(const QStringList& AArguments)
+{
+  QProcess Process;
+  Process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+  Process.start(QCoreApplication::applicationFilePath(), AArguments);
+  Process.waitForFinished(-1);
+  bool Ok = false;
+  const double Ms = Process.readAllStandardOutput().trimmed().toDouble(&Ok);
+  return Ok && Process.exitCode() == 0 ? Ms : -1;
+}
+
 // The GDAL program's milliseconds per file, in the order given.
 std::vector<double> GdalOnce(const QString& AProgram, const QStringList& AFiles)
 {
@@ -127,10 +156,37 @@ int main(int argc, char* argv[])
   Parser.addOption({QStringLiteral("records"), QStringLiteral("Polygons of 500 vertices (default 10000)."), QStringLiteral("n"), QStringLiteral("10000")});
   Parser.addOption({QStringLiteral("placemarks"), QStringLiteral("KML placemarks (default 20000)."), QStringLiteral("n"), QStringLiteral("20000")});
   Parser.addOption({QStringLiteral("keep"), QStringLiteral("Write the files to this folder and keep them."), QStringLiteral("dir")});
+  // One measurement in this process, its milliseconds printed: what each
+  // round runs in a fresh process.
+  Parser.addOption({QStringLiteral("load-shp"), QStringLiteral("Load this Shapefile once."), QStringLiteral("file")});
+  Parser.addOption({QStringLiteral("load-kml"), QStringLiteral("Load this KML once."), QStringLiteral("file")});
+  Parser.addOption({QStringLiteral("raw"), QStringLiteral("Read these files (comma-separated) once."), QStringLiteral("files")});
   Parser.process(Application);
 
   vxRegisterKmlFileLoader();
   vxRegisterShapeFileLoader();
+
+  // The program has its fonts loaded long before any layer: so has each
+  // measuring process, so that a KML load does not pay for the first one.
+  QFontMetrics(QGuiApplication::font()).horizontalAdvance(QStringLiteral("Place 1"));
+  int Items = 0;
+  if (Parser.isSet(QStringLiteral("load-shp")))
+  {
+    const double Ms = LoadOnce(Parser.value(QStringLiteral("load-shp")), miftShape, Items);
+    std::printf("%.3f\n", Ms);
+    return Items < 0;
+  }
+  if (Parser.isSet(QStringLiteral("load-kml")))
+  {
+    const double Ms = LoadOnce(Parser.value(QStringLiteral("load-kml")), miftKml, Items);
+    std::printf("%.3f\n", Ms);
+    return Items < 0;
+  }
+  if (Parser.isSet(QStringLiteral("raw")))
+  {
+    std::printf("%.3f\n", RawOnce(Parser.value(QStringLiteral("raw")).split(QLatin1Char(','))));
+    return 0;
+  }
 
   QTemporaryDir Temporary;
   const QString Dir = Parser.isSet(QStringLiteral("keep")) ? Parser.value(QStringLiteral("keep")) : Temporary.path();
@@ -144,24 +200,28 @@ int main(int argc, char* argv[])
   }
   std::printf("Shapefile: %d polygons, %d vertices, %.1f MB; KML: %s placemarks, %.1f MB\n", Records, Records * 500,
     QFile(ShapeName).size() / 1e6, qPrintable(Parser.value(QStringLiteral("placemarks"))), QFile(KmlName).size() / 1e6);
+  int ShapeItems = 0, KmlItems = 0;
+  // Item counts from this process, once: the rounds' children print times.
+  LoadOnce(ShapeName, miftShape, ShapeItems);
+  LoadOnce(KmlName, miftKml, KmlItems);
 
   const QString GdalProgram = QCoreApplication::applicationDirPath() + QStringLiteral("/mapwright-bench-formats-gdal");
   const bool HaveGdal = QFile::exists(GdalProgram);
   std::vector<double> Shape, Kml, GdalShape, GdalKml, Raw;
-  int ShapeItems = 0, KmlItems = 0;
+  const QString RawFiles = ShapeName + QLatin1Char(',') + Dir + QStringLiteral("/bench.dbf");
   for (int Round = 0; Round < Parser.value(QStringLiteral("rounds")).toInt(); ++Round)
   {
-    QElapsedTimer Timer;
-    Timer.start();
-    for (const QString& Name : {ShapeName, Dir + QStringLiteral("/bench.dbf")})
+    const double RawMs = ChildOnce({QStringLiteral("--raw"), RawFiles});
+    const double ShapeMs = ChildOnce({QStringLiteral("--load-shp"), ShapeName});
+    const double KmlMs = ChildOnce({QStringLiteral("--load-kml"), KmlName});
+    if (RawMs < 0 || ShapeMs < 0 || KmlMs < 0)
     {
-      QFile File(Name);
-      if (File.open(QIODevice::ReadOnly))
-        File.readAll();
+      std::fprintf(stderr, "a measuring process failed\n");
+      return 1;
     }
-    Raw.push_back(Timer.nsecsElapsed() / 1e6);
-    Shape.push_back(LoadOnce(ShapeName, miftShape, ShapeItems));
-    Kml.push_back(LoadOnce(KmlName, miftKml, KmlItems));
+    Raw.push_back(RawMs);
+    Shape.push_back(ShapeMs);
+    Kml.push_back(KmlMs);
     if (HaveGdal)
     {
       const std::vector<double> Times = GdalOnce(GdalProgram, {ShapeName, KmlName});
