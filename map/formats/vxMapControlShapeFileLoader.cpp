@@ -5,7 +5,9 @@
 
 #include <QDate>
 
+#include <algorithm>
 #include <charconv>
+#include <numeric>
 
 namespace
 {
@@ -241,10 +243,18 @@ void TvxMapControlShapeFileRecordConverter::CreateAttributes(TvxMapItem* AItem, 
       FTypedValues.push_back(TypedValue(*Field, ARow.Fields().Value(Field.get())));
     FTypedRow = &ARow;
   }
+  if (FNameOrder.size() != Fields.size())
+  {
+    FNameOrder.resize(Fields.size());
+    std::iota(FNameOrder.begin(), FNameOrder.end(), size_t(0));
+    std::stable_sort(FNameOrder.begin(), FNameOrder.end(),
+                     [&Fields](size_t A, size_t B) { return Fields[A]->FieldName() < Fields[B]->FieldName(); });
+  }
   // Keys are the table's column names as they stand; a name that comes
-  // twice keeps its last column.
+  // twice keeps its last column, which the stable order adds last.
   TvxMapItemAttributes& Attributes = AItem->Attributes();
-  for (size_t I = 0; I < Fields.size(); ++I)
+  Attributes.Reserve(int(Fields.size()));
+  for (const size_t I : FNameOrder)
     Attributes.Add(Fields[I]->FieldName(), FTypedValues[I]);
 }
 

@@ -73,6 +73,9 @@ private:
   // A multi-point record gives every dot the same row: typed once.
   const TvxDbfFileRecord* FTypedRow = nullptr;
   std::vector<QVariant> FTypedValues;
+  // The table's columns by name, stable: attributes taken in this order go
+  // on the end of the item's sorted list.
+  std::vector<size_t> FNameOrder;
 };
 
 using TvxMapControlShapeFileRecordConverterClass =

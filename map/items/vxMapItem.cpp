@@ -144,47 +144,76 @@ void TvxMapItemAttributes::Notify()
     OnChanged(this);
 }
 
+namespace
+{
+template <class TIterator>
+TIterator FindName(TIterator AFirst, TIterator ALast, const QString& AName)
+{
+  const TIterator It = std::lower_bound(
+    AFirst, ALast, AName, [](const auto& AEntry, const QString& AKey) { return AEntry.first < AKey; });
+  return It != ALast && It->first == AName ? It : ALast;
+}
+} // namespace
+
+TvxMapItemAttributes::TEntries::const_iterator TvxMapItemAttributes::Find(const QString& AName) const
+{
+  return FindName(FItems.cbegin(), FItems.cend(), AName);
+}
+
+TvxMapItemAttributes::TEntries::iterator TvxMapItemAttributes::Find(const QString& AName)
+{
+  return FindName(FItems.begin(), FItems.end(), AName);
+}
+
 void TvxMapItemAttributes::Add(const QString& AName, const QVariant& AValue)
 {
-  auto It = FItems.find(AName);
-  if (It == FItems.end())
+  // Names added in order, as a loader does, go on the end.
+  const auto Place = FItems.empty() || FItems.back().first < AName
+                       ? FItems.end()
+                       : std::lower_bound(FItems.begin(), FItems.end(), AName,
+                                          [](const TEntry& AEntry, const QString& AKey) { return AEntry.first < AKey; });
+  if (Place == FItems.end() || Place->first != AName)
   {
-    FItems.insert(AName, AValue);
+    FItems.emplace(Place, AName, AValue);
     Notify();
     return;
   }
   // The old value leaves and the new one comes: two notifications.
-  *It = AValue;
+  Place->second = AValue;
   Notify();
   Notify();
 }
 
 void TvxMapItemAttributes::GetNames(QStringList& ANames) const
 {
-  for (auto It = FItems.cbegin(); It != FItems.cend(); ++It)
-    ANames.append(It.key());
+  ANames.reserve(ANames.size() + qsizetype(FItems.size()));
+  for (const TEntry& Entry : FItems)
+    ANames.append(Entry.first);
 }
 
 void TvxMapItemAttributes::Remove(const QString& AName)
 {
-  if (FItems.remove(AName))
-    Notify();
+  const auto It = Find(AName);
+  if (It == FItems.end())
+    return;
+  FItems.erase(It);
+  Notify();
 }
 
 QVariant TvxMapItemAttributes::Value(const QString& AName) const
 {
-  auto It = FItems.constFind(AName);
+  const auto It = Find(AName);
   if (It == FItems.cend())
     throw EListError("Item not found");
-  return *It;
+  return It->second;
 }
 
 void TvxMapItemAttributes::SetValue(const QString& AName, const QVariant& AValue)
 {
-  auto It = FItems.find(AName);
+  const auto It = Find(AName);
   if (It == FItems.end())
     throw EListError("Item not found");
-  *It = AValue;
+  It->second = AValue;
   Notify();
   Notify();
 }

@@ -8,7 +8,6 @@
 #include "vxMapItemStyle.h"
 #include "vxMapLayer.h"
 
-#include <QHash>
 #include <QImage>
 #include <QStringList>
 #include <QVariant>
@@ -16,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 class QPainter;
@@ -40,9 +40,11 @@ class TvxMapItemAttributes
 public:
   // Adds or overwrites; the only way to create a name.
   void Add(const QString& AName, const QVariant& AValue);
-  bool ContainsName(const QString& AName) const { return FItems.contains(AName); }
-  // Appends, without clearing the list first.
+  bool ContainsName(const QString& AName) const { return Find(AName) != FItems.end(); }
+  // Appends, in name order, without clearing the list first.
   void GetNames(QStringList& ANames) const;
+  // Room for this many names, for a caller about to add them all.
+  void Reserve(int ACount) { FItems.reserve(size_t(ACount)); }
   void Remove(const QString& AName);
   int Count() const { return int(FItems.size()); }
   // Both throw EListError("Item not found") for an unknown name.
@@ -53,9 +55,17 @@ public:
   std::function<void(TvxMapItemAttributes*)> OnChanged;
 
 private:
-  void Notify();
+  using TEntry = std::pair<QString, QVariant>;
+  using TEntries = std::vector<TEntry>;
 
-  QHash<QString, QVariant> FItems;
+  void Notify();
+  TEntries::const_iterator Find(const QString& AName) const;
+  TEntries::iterator Find(const QString& AName);
+
+  // Sorted by name. Items hold a handful of names and layers hold many items:
+  // a hash table per item cost a few kilobytes each, this a few dozen bytes
+  // per name, and a lookup is a binary search.
+  TEntries FItems;
 };
 
 // An attribute value as hint or title text, in the user's locale (QLocale()):

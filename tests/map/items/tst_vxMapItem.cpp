@@ -181,6 +181,24 @@ private Q_SLOTS:
     Attributes.GetNames(Names);
     QCOMPARE(Names.size(), 3);
     QCOMPARE(Names.first(), QString("kept"));
+
+    // Names in any order of adding are found, replaced and removed, and
+    // listed in name order.
+    TvxMapItemAttributes Many;
+    const QStringList Added = {"m", "c", "x", "a", "q", "C", "b", "z", "n", "d"};
+    for (int I = 0; I < Added.size(); ++I)
+      Many.Add(Added[I], I);
+    for (int I = 0; I < Added.size(); ++I)
+      QCOMPARE(Many.Value(Added[I]), QVariant(I));
+    Many.Add("q", 40);
+    Many.Remove("a");
+    Many.Remove("zz");
+    QVERIFY(!Many.ContainsName("a") && !Many.ContainsName("zz") && Many.ContainsName("z"));
+    QCOMPARE(Many.Value("q"), QVariant(40));
+    QCOMPARE(Many.Count(), Added.size() - 1);
+    QStringList Listed;
+    Many.GetNames(Listed);
+    QCOMPARE(Listed, QStringList({"C", "b", "c", "d", "m", "n", "q", "x", "z"}));
   }
 
   void textPatternLanguage_data()
