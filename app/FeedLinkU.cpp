@@ -86,6 +86,9 @@ TFeedLink::~TFeedLink() = default;
 
 QString TFeedLink::FrameText(const QByteArray& raw)
 {
+  // The parent writes ASCII: then the bytes are the text as they stand.
+  if (std::all_of(raw.cbegin(), raw.cend(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
+    return QString::fromLatin1(raw);
   QString text(raw.size(), Qt::Uninitialized);
   for (qsizetype i = 0; i < raw.size(); ++i) {
     const auto byte = static_cast<unsigned char>(raw[i]);
