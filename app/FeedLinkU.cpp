@@ -7,12 +7,23 @@
 
 #include <algorithm>
 
+#include <sys/ioctl.h>
+
 namespace
 {
 // Frames already in hand are taken in one pass, so that the window lays out
 // and paints once for all of them; a flood gives the event loop a turn
 // after this long.
 constexpr qint64 FramesPassBudgetMs = 40;
+
+// Bytes the kernel holds for the socket, not yet taken by it.
+int WaitingInKernel(const QTcpSocket& socket)
+{
+  int waiting = 0;
+  if (socket.socketDescriptor() < 0 || ::ioctl(int(socket.socketDescriptor()), FIONREAD, &waiting) != 0)
+    return 0;
+  return waiting;
+}
 }
 
 TFrameSplitter::TCut TFrameSplitter::Next(QString& frame)
@@ -75,6 +86,9 @@ TFeedLink::~TFeedLink() = default;
 
 QString TFeedLink::FrameText(const QByteArray& raw)
 {
+  // The parent writes ASCII: then the bytes are the text as they stand.
+  if (std::all_of(raw.cbegin(), raw.cend(), [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
+    return QString::fromLatin1(raw);
   QString text(raw.size(), Qt::Uninitialized);
   for (qsizetype i = 0; i < raw.size(); ++i) {
     const auto byte = static_cast<unsigned char>(raw[i]);
@@ -213,13 +227,29 @@ qint64 TFeedLink::BufferedBytes() const
 void TFeedLink::ReadAvailable()
 {
   TopUp();
-  ProcessFrames();
+  if (!FPulling)
+    ProcessFrames();
 }
 
 void TFeedLink::TopUp()
 {
   if (FSocket)
     FFrames.ReadFrom(*FSocket, ReadLimit);
+}
+
+bool TFeedLink::PullWaiting()
+{
+  // The socket takes from the kernel only when its notifier fires, a turn
+  // of the event loop later, and the window paints in that turn. Bytes that
+  // wait there already came with this burst. Asked only when the kernel has
+  // some and the socket none, so the wait neither blocks nor times out.
+  if (!FSocket || FSocket->bytesAvailable() > 0 || WaitingInKernel(*FSocket) <= 0)
+    return false;
+  const quint64 generation = FGeneration;
+  FPulling = true;
+  const bool got = FSocket->waitForReadyRead(0);
+  FPulling = false;
+  return got && generation == FGeneration;
 }
 
 void TFeedLink::ProcessFrames()
@@ -240,6 +270,10 @@ void TFeedLink::ProcessFrames()
       // was handled, nor for those it held back while its buffer was full.
       TopUp();
       cut = FFrames.Next(text);
+      if (cut == TFrameSplitter::TCut::Partial && pass.elapsed() < FramesPassBudgetMs && PullWaiting())
+        continue;
+      if (!FActive)
+        return; // the pull found the link broken
     }
     if (cut == TFrameSplitter::TCut::Overlong) {
       Failed();
@@ -272,7 +306,7 @@ void TFeedLink::ProcessFrames()
     SendPending();
     // Each frame is handled to its end before the next is read; those that
     // came together go on in this pass, the rest after a turn of the loop.
-    const bool more = FFrames.HasFrame() || (FSocket && FSocket->bytesAvailable() > 0);
+    const bool more = FFrames.HasFrame() || (FSocket && (FSocket->bytesAvailable() > 0 || WaitingInKernel(*FSocket) > 0));
     if (more && pass.elapsed() < FramesPassBudgetMs)
       continue;
     if (!FContinue.isActive())

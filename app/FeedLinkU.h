@@ -114,6 +114,7 @@ private:
   void Drop();
   void ReadAvailable();
   void TopUp();
+  bool PullWaiting();
   void ProcessFrames();
   void SendPending();
   void ScheduleSend();
@@ -123,6 +124,7 @@ private:
   bool FPaused = false;
   bool FConnecting = false;
   bool FDelivering = false;
+  bool FPulling = false; // the pass itself reads from the kernel
   bool FWaitingForParent = false; // too many replies unread
   quint64 FGeneration = 0; // bumped whenever a socket is dropped
   QString FOutMessage;

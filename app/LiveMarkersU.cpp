@@ -148,16 +148,17 @@ void TLiveMarkers::ApplyReports(const TFeedMessage& message, const TLiveMarkerHo
   FMap->BeginUpdate();
   // The selected marker comes to the top and the update closes, also when
   // a hook threw; selecting may run the window's handlers, so this is no
-  // destructor's work.
+  // destructor's work. The layout waits for the paint, so that frames that
+  // come together are laid out once.
   const auto finish = [this] {
     try {
       RaiseAndSelectSelected();
     } catch (...) {
       // A failing selection handler must not leave the map locked.
-      FMap->EndUpdate();
+      FMap->EndUpdateLayoutLater();
       throw;
     }
-    FMap->EndUpdate();
+    FMap->EndUpdateLayoutLater();
   };
   // The frame's reports came together: one reading of the clock for all.
   const QDateTime stamp = StampNow();

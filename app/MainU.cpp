@@ -864,7 +864,8 @@ void TfrmMain::ShowTrail()
 {
   Map->BeginUpdate();
   FTrails->Show(FLiveMarkers->SelectedLiveMarker ? FLiveMarkers->CurrentUserID : QString(), Clock::Now());
-  Map->EndUpdate();
+  // Shown after every frame: laid out with the frame, at the paint.
+  Map->EndUpdateLayoutLater();
 }
 
 void TfrmMain::SetTrailsVisible(bool visible)

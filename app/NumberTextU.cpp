@@ -2,6 +2,7 @@
 
 #include "ErrorsU.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -229,25 +230,47 @@ QString FloatToStr(double value, const QLocale& locale)
   if (d.Digits == "0")
     return QStringLiteral("0"); // also for -0.0
 
-  const QString digits = QString::fromLatin1(d.Digits.data(), qsizetype(d.Digits.size()));
+  // Built in one string: every report's position passes through here.
+  const std::string& digits = d.Digits;
+  const auto size = qsizetype(digits.size());
+  const auto appendDigits = [&digits](QString& text, qsizetype from, qsizetype count) {
+    text += QLatin1StringView(digits.data() + from, count);
+  };
   const QString point = locale.decimalPoint();
-  QString result = d.Negative ? QStringLiteral("-") : QString();
+  QString result;
+  result.reserve(size + 24);
+  if (d.Negative)
+    result += u'-';
   if (d.Exponent >= 15 || d.Exponent < -5)
   {
-    result += digits.front();
-    if (digits.size() > 1)
-      result += point + digits.mid(1);
-    return result + u'E' + QString::number(d.Exponent);
+    appendDigits(result, 0, 1);
+    if (size > 1)
+    {
+      result += point;
+      appendDigits(result, 1, size - 1);
+    }
+    result += u'E';
+    result += QString::number(d.Exponent);
+    return result;
   }
   if (d.Exponent < 0)
-    return result + u'0' + point + QString(-d.Exponent - 1, u'0') + digits;
+  {
+    result += u'0';
+    result += point;
+    result += QString(-d.Exponent - 1, u'0');
+    appendDigits(result, 0, size);
+    return result;
+  }
 
   const qsizetype intLength = d.Exponent + 1;
-  result += digits.left(intLength);
-  if (digits.size() < intLength)
-    result += QString(intLength - digits.size(), u'0');
-  else if (digits.size() > intLength)
-    result += point + digits.mid(intLength);
+  appendDigits(result, 0, std::min(intLength, size));
+  if (size < intLength)
+    result += QString(intLength - size, u'0');
+  else if (size > intLength)
+  {
+    result += point;
+    appendDigits(result, intLength, size - intLength);
+  }
   return result;
 }
 

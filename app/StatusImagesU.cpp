@@ -171,10 +171,12 @@ QColor RadiusBorderColour(int fixRadius, TvxMapControlElementState /*state*/)
   return QColor(255, 0, 0, 175);
 }
 
-TLiveImageList::TLiveImageList()
+const QImage& TLiveImageList::Image(int index) const
 {
-  for (int i = 0; i < Count; ++i)
-    FImages.at(size_t(i)) = Draw(i, QSize(Width, Height));
+  QImage& image = FImages.at(size_t(index));
+  if (image.isNull())
+    image = Draw(index, QSize(Width, Height));
+  return image;
 }
 
 QColor TLiveImageList::MainColour(int index)

@@ -39,7 +39,8 @@ QColor RadiusBorderColour(int fixRadius, TvxMapControlElementState state);
 
 // The sixteen marker images: 0-6 and 14 the selected set (filled square,
 // white figure), 7-13 and 15 the others (white square with a coloured border,
-// coloured figure). Drawn once, on first use.
+// coloured figure). Each drawn once, when first used: a feed of one status
+// needs two of them.
 class TLiveImageList
 {
 public:
@@ -47,10 +48,8 @@ public:
   static constexpr int Width = 32;
   static constexpr int Height = 37;
 
-  TLiveImageList();
-
   // 32 by 37, ARGB with transparent corners.
-  const QImage& Image(int index) const { return FImages.at(size_t(index)); }
+  const QImage& Image(int index) const;
   static QColor MainColour(int index);
   static bool IsSelectedSet(int index);
   // Empty for 14 and 15, which have no legend entry.
@@ -60,7 +59,7 @@ public:
   static QImage Draw(int index, const QSize& size);
 
 private:
-  std::array<QImage, Count> FImages;
+  mutable std::array<QImage, Count> FImages; // null until first used
 };
 
 // The process's one list, made on first use (after the application object).

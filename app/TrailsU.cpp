@@ -53,6 +53,8 @@ void TTrails::Record(const std::vector<TLiveMarkerReport>& reports, const QDateT
     std::deque<TTrailPoint>& points = FPoints[report.Id];
     if (!points.empty() && points.back().Lat == report.Lat && points.back().Lon == report.Lon)
       continue;
+    if (points.empty() && (!FOldestFront.isValid() || now < FOldestFront))
+      FOldestFront = now;
     points.push_back({now, report.Lat, report.Lon});
   }
   Prune(now);
@@ -61,10 +63,17 @@ void TTrails::Record(const std::vector<TLiveMarkerReport>& reports, const QDateT
 void TTrails::Prune(const QDateTime& now)
 {
   const QDateTime oldest = now.addSecs(-KeepSeconds);
+  // Only the fronts are looked at: while none is too old, every frame of a
+  // round does not walk everybody's trail.
+  if (FOldestFront.isValid() && !(FOldestFront < oldest))
+    return;
+  FOldestFront = QDateTime();
   for (auto it = FPoints.begin(); it != FPoints.end();) {
     std::deque<TTrailPoint>& points = it.value();
     while (!points.empty() && points.front().At < oldest)
       points.pop_front();
+    if (!points.empty() && (!FOldestFront.isValid() || points.front().At < FOldestFront))
+      FOldestFront = points.front().At;
     it = points.empty() ? FPoints.erase(it) : std::next(it);
   }
 }

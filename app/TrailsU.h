@@ -59,6 +59,7 @@ private:
 
   TvxMapItemLayer* FLayer;
   QHash<QString, std::deque<TTrailPoint>> FPoints;
+  QDateTime FOldestFront; // the oldest first position of any trail; invalid when none
   std::vector<TvxMapPolyline*> FLines; // owned by the layer
   bool FVisible = true;
 };

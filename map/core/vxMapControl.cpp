@@ -5,6 +5,7 @@
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QScopeGuard>
 #include <QScreen>
 #include <QWheelEvent>
 #include <QWindow>
@@ -294,6 +295,32 @@ void TvxCustomMapControl::EndUpdate()
     Changed();
 }
 
+void TvxCustomMapControl::EndUpdateLayoutLater()
+{
+  if (FLockCount > 0 && --FLockCount == 0 && FIsViewInfoDirty && FViewInfo)
+    update();
+}
+
+void TvxCustomMapControl::CheckViewInfo()
+{
+  // A layout under way hit-tests its own elements (the hot one under the
+  // mouse): that is no layout owed.
+  if (FIsViewInfoDirty && FViewInfo && !IsLocked() && !FCalculating)
+    CalculateViewInfo();
+}
+
+void TvxCustomMapControl::CalculateViewInfo()
+{
+  const bool Outer = !FCalculating;
+  FCalculating = true;
+  const auto Done = qScopeGuard([this, Outer] {
+    if (Outer)
+      FCalculating = false;
+  });
+  FViewInfo->Calculate();
+  FIsViewInfoDirty = false;
+}
+
 bool TvxCustomMapControl::IsLocked() const
 {
   return FLockCount > 0 || FLoading || FDestroying;
@@ -306,9 +333,8 @@ void TvxCustomMapControl::Changed()
     FIsViewInfoDirty = true;
     return;
   }
-  FViewInfo->Calculate();
+  CalculateViewInfo();
   update();
-  FIsViewInfoDirty = false;
 }
 
 void TvxCustomMapControl::UpdateViewPort()
@@ -483,11 +509,7 @@ void TvxCustomMapControl::SelectMapItemsInRegion(const QRect& ARegion)
 
 void TvxCustomMapControl::paintEvent(QPaintEvent*)
 {
-  if (FIsViewInfoDirty && !IsLocked())
-  {
-    FViewInfo->Calculate();
-    FIsViewInfoDirty = false;
-  }
+  CheckViewInfo();
   QPainter Canvas(this);
   Canvas.setRenderHint(QPainter::Antialiasing);
   Canvas.setRenderHint(QPainter::SmoothPixmapTransform);

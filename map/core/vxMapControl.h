@@ -70,6 +70,12 @@ public:
   // Updates.
   void BeginUpdate();
   void EndUpdate();
+  // Closes a bracket as EndUpdate does but lays out at the paint it asks
+  // for, or at the first hit test before it: brackets that come in bursts,
+  // such as the feed's frames, then cost one layout between them.
+  void EndUpdateLayoutLater();
+  // Lays out now if a layout is owed and the map is not locked.
+  void CheckViewInfo();
   bool IsLocked() const;
   void Changed();
   void LayersChanged() { Changed(); }
@@ -170,6 +176,7 @@ protected:
 
 private:
   void CenterPointChanged();
+  void CalculateViewInfo();
   void CheckScaleFactor();
   void ScrollByArrowKeys();
   void RememberMousePos(const QPoint& APoint);
@@ -180,6 +187,7 @@ private:
   std::unique_ptr<TvxMapControlController> FController;
   int FDragMode = 0;
   bool FIsViewInfoDirty = true;
+  bool FCalculating = false; // a layout is under way
   bool FIsViewPortValid = false;
   std::unique_ptr<TvxMapLayers> FLayers;
   double FLoadedZoomLevel = 1.0;

@@ -33,6 +33,8 @@ void TvxMapControlHitTest::Calculate(const QPoint& APoint)
 {
   FHitPoint = APoint;
   Clear();
+  // A layout left for the paint is owed before anything is hit.
+  FController->MapControl()->CheckViewInfo();
   FController->MapControl()->ViewInfo().CalculateHitTest(*this);
 }
 

@@ -3,9 +3,11 @@
 #include "vxCustomMapItemLayer.h"
 #include "vxMapControlViewInfo.h"
 
+#include <QCoreApplication>
 #include <QPainter>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -28,6 +30,60 @@ bool IsFinite(const TvxPointDouble& APoint)
 {
   return std::isfinite(APoint.X) && std::isfinite(APoint.Y);
 }
+
+// Pins that show the same picture (every person of one status and look)
+// share one screen copy of it, converted once instead of once per pin.
+// A few recent pictures of pin size only, so the ring holds little memory.
+class TSharedPinPixmaps
+{
+public:
+  static constexpr int MaxPixels = 128 * 128;
+
+  static QPixmap Get(const QImage& AImage, const QSize& ASize)
+  {
+    if (ASize.width() * ASize.height() > MaxPixels)
+      return Make(AImage, ASize);
+    TSharedPinPixmaps& Ring = Instance();
+    // Copies of one image share its key; a changed image gets a new one.
+    const qint64 Key = AImage.cacheKey();
+    for (const TEntry& Entry : Ring.FEntries)
+      if (Entry.Key == Key && Entry.Size == ASize && !Entry.Pixmap.isNull())
+        return Entry.Pixmap;
+    TEntry& Entry = Ring.FEntries.at(Ring.FNext);
+    Ring.FNext = (Ring.FNext + 1) % Ring.FEntries.size();
+    Entry = {Key, ASize, Make(AImage, ASize)};
+    return Entry.Pixmap;
+  }
+
+private:
+  struct TEntry
+  {
+    qint64 Key = 0;
+    QSize Size;
+    QPixmap Pixmap;
+  };
+
+  static QPixmap Make(const QImage& AImage, const QSize& ASize)
+  {
+    return QPixmap::fromImage(
+      ASize == AImage.size() ? AImage : AImage.scaled(ASize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+  }
+
+  static TSharedPinPixmaps& Instance()
+  {
+    static TSharedPinPixmaps Ring;
+    static const bool Registered = [] {
+      // Pixmaps go with the application object, not after it.
+      qAddPostRoutine([] { Instance().FEntries = {}; });
+      return true;
+    }();
+    Q_UNUSED(Registered);
+    return Ring;
+  }
+
+  std::array<TEntry, 32> FEntries;
+  size_t FNext = 0;
+};
 
 // False for a point that has no place on the screen, such as one made from
 // a NaN location.
@@ -461,8 +517,7 @@ bool TvxMapPointerViewInfo::CheckCachedImageCreated()
   const QSize Size(ScaleWidth(Image.width()), ScaleWidth(Image.height()));
   if (Image.isNull() || Size.isEmpty())
     return false;
-  FCachedImage = QPixmap::fromImage(
-    Size == Image.size() ? Image : Image.scaled(Size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+  FCachedImage = TSharedPinPixmaps::Get(Image, Size);
   return !FCachedImage.isNull();
 }
 

@@ -158,6 +158,8 @@ private Q_SLOTS:
     QTest::addColumn<bool>("comma");
     QTest::addColumn<QString>("text");
     QTest::newRow("whole number") << 3.0 << false << "3";
+    QTest::newRow("whole number, zeros after the digits") << -1200.0 << false << "-1200";
+    QTest::newRow("fraction below 1") << 0.00012 << false << "0.00012";
     QTest::newRow("fraction") << 41.313337 << false << "41.313337";
     QTest::newRow("negative") << -80.338731 << false << "-80.338731";
     QTest::newRow("binary noise rounded away") << 0.1 + 0.2 << false << "0.3";

@@ -168,6 +168,18 @@ private Q_SLOTS:
     parent.Send("a\rb\rc\r");
     QTRY_COMPARE(order.size(), 4);
     QCOMPARE(order, QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c"), QStringLiteral("loop")}));
+    // Also when more came than the link reads ahead at a time: what already
+    // waits in the kernel belongs to the same pass.
+    order.clear();
+    QByteArray burst;
+    for (char c = 'd'; c <= 'i'; ++c)
+      burst += QByteArray(12000, c) + '\r';
+    QVERIFY(burst.size() > 2 * TFeedLink::ReadLimit);
+    parent.Send(burst);
+    QCOMPARE(parent.FPeer->bytesToWrite(), 0); // all of it with the kernel
+    QTRY_COMPARE(order.size(), 7);
+    QCOMPARE(order.last(), QStringLiteral("loop"));
+    QCOMPARE(order.at(5), QString(12000, QLatin1Char('i')));
     link.OnTCPDataReceived = [&](const QString& text) { frames << text; };
 
     link.SetOutMessage(QStringLiteral("Pulse"));

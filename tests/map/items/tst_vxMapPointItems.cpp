@@ -340,6 +340,21 @@ private Q_SLOTS:
     Paint();
     QCOMPARE(Builds.size(), 1);
 
+    // Another pointer of the same image shares that copy; one whose copy of
+    // the image was painted over shows its own pixels.
+    auto* Twin = AddAt<TvxMapPointer>(Map, QPoint(300, 60));
+    Twin->SetImage(Pointer->Image());
+    QImage Repainted = Pointer->Image();
+    Repainted.fill(Qt::blue);
+    auto* Other = AddAt<TvxMapPointer>(Map, QPoint(60, 60));
+    Other->SetImage(Repainted);
+    const QImage Three = Paint();
+    QCOMPARE(Twin->PointerViewInfo()->CachedImage().cacheKey(), Pointer->PointerViewInfo()->CachedImage().cacheKey());
+    QCOMPARE(Three.pixelColor(300, 60), QColor(Qt::green));
+    QCOMPARE(Three.pixelColor(60, 60), QColor(Qt::blue));
+    Map.Layer->MapItems().Remove(Twin);
+    Map.Layer->MapItems().Remove(Other);
+
     // A new image or a new scale makes a new one, of the scaled size.
     Pointer->SetImage(MarkerImage(16, Qt::yellow));
     QCOMPARE(Paint().pixelColor(100, 100), QColor(Qt::yellow));
