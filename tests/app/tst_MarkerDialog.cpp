@@ -448,6 +448,7 @@ private Q_SLOTS:
     TfrmMain& form = Open();
     QVERIFY2(FDialogs->Messages.isEmpty(), qPrintable(FDialogs->Messages.join('|')));
     QCOMPARE(Rows(form.lbStaticMarkers), QStringList({QStringLiteral("Gate"), QStringLiteral("Hydrant 1")}));
+    FMarkers->EnsureControls();
     QCOMPARE(Rows(FMarkers->lbCustom), QStringList{QStringLiteral("Hydrant")});
     TvxMapPushpin* hydrant = form.FindKestrelStaticMarker(QStringLiteral("Hydrant 1"));
     QCOMPARE(hydrant->Image().pixelColor(16, 18), QColor(Qt::magenta));
@@ -474,12 +475,15 @@ private Q_SLOTS:
     QVERIFY(!QFile::exists(MapsFile(QStringLiteral("Layers/StaticMarkers.xml.unreadable"))));
   }
 
-  // The dialog is made at start without reading its images; drawn, each
-  // row shows its list's image, and a row past its list's end (Nature's
-  // last) an empty one of the list's size. The heading shows the blue pin.
+  // The dialog's controls are made at first use without reading its
+  // images; drawn, each row shows its list's image, and a row past its
+  // list's end (Nature's last) an empty one of the list's size. The
+  // heading shows the blue pin.
   void rowImagesDrawnAsTheListsHoldThem()
   {
     FMarkers = std::make_unique<TfrmMarkers>();
+    QVERIFY(!FMarkers->lbIndustry);
+    FMarkers->EnsureControls();
     for (const QString& category : {MarkerCategory::Industry, MarkerCategory::Nature, MarkerCategory::Misc}) {
       const TMarkerImageList& images = *MarkerImageLists().ByCategory(category);
       QListWidget* list = FMarkers->ListOf(category);
