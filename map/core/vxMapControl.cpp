@@ -301,7 +301,10 @@ bool TvxCustomMapControl::IsLocked() const
 
 void TvxCustomMapControl::Changed()
 {
-  if (IsLocked() || !FViewInfo)
+  // A control nobody sees yet is laid out once, when it is shown: the size
+  // and settings it gets before that cost no layout each, and its tile
+  // layers ask for no tiles.
+  if (IsLocked() || !FViewInfo || !isVisible())
   {
     FIsViewInfoDirty = true;
     return;
@@ -761,6 +764,8 @@ void TvxCustomMapControl::showEvent(QShowEvent* AEvent)
   if (QWindow* Window = window()->windowHandle())
     connect(Window, &QWindow::screenChanged, this, &TvxCustomMapControl::CheckScaleFactor, Qt::UniqueConnection);
   CheckScaleFactor();
+  if (FIsViewInfoDirty)
+    Changed();
 }
 
 void TvxCustomMapControl::changeEvent(QEvent* AEvent)
