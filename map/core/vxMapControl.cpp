@@ -301,10 +301,7 @@ bool TvxCustomMapControl::IsLocked() const
 
 void TvxCustomMapControl::Changed()
 {
-  // A control nobody sees yet is laid out once, when it is shown: the size
-  // and settings it gets before that cost no layout each, and its tile
-  // layers ask for no tiles.
-  if (IsLocked() || !FViewInfo || !isVisible())
+  if (IsLocked() || !FViewInfo)
   {
     FIsViewInfoDirty = true;
     return;
@@ -764,8 +761,6 @@ void TvxCustomMapControl::showEvent(QShowEvent* AEvent)
   if (QWindow* Window = window()->windowHandle())
     connect(Window, &QWindow::screenChanged, this, &TvxCustomMapControl::CheckScaleFactor, Qt::UniqueConnection);
   CheckScaleFactor();
-  if (FIsViewInfoDirty)
-    Changed();
 }
 
 void TvxCustomMapControl::changeEvent(QEvent* AEvent)
