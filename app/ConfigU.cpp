@@ -88,8 +88,22 @@ TfrmConfig::TfrmConfig(QWidget* parent)
   setObjectName(QStringLiteral("frmConfig"));
   setWindowTitle(QStringLiteral("Configuration"));
   setMinimumSize(477, 630);
-  BuildControls();
   resize(minimumSize());
+}
+
+void TfrmConfig::EnsureControls()
+{
+  if (FControlsBuilt)
+    return;
+  FControlsBuilt = true;
+  BuildControls();
+}
+
+void TfrmConfig::setVisible(bool visible)
+{
+  if (visible)
+    EnsureControls();
+  QDialog::setVisible(visible);
 }
 
 void TfrmConfig::BuildControls()
@@ -230,6 +244,7 @@ QCheckBox* TfrmConfig::BaseMapCheckBox(int position) const
 void TfrmConfig::Prepare(const TConfigSettings& settings, const QString& currentSkin, const QString& cacheDir,
                          TvxMapItemLayer* staticMarkers, TSkinController* skinController)
 {
+  EnsureControls();
   CacheDir = cacheDir;
   PageControl1->setCurrentIndex(0);
   edtAzureMapKey->setText(settings.AzureMapsKey);
@@ -271,6 +286,7 @@ void TfrmConfig::RestoreSkin()
 
 void TfrmConfig::RefreshConfigCustomStaticMarkers()
 {
+  EnsureControls();
   lbTempImages->clear();
   if (!Globals::CustomImageInfoList) {
     TempImageList.Clear();

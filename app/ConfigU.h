@@ -43,6 +43,11 @@ class TfrmConfig : public QDialog
 public:
   explicit TfrmConfig(QWidget* parent = nullptr);
 
+  // The controls below are made at the first showing or Prepare, not with
+  // the window: every reader from outside calls this (or Prepare) first.
+  void EnsureControls();
+  void setVisible(bool visible) override;
+
   QStringList SkinList;
   QString OriginalSkin;
   QString NewSkin;
@@ -136,6 +141,7 @@ private:
   // Files that an added image overwrote, with what they held before, so
   // that Cancel gives the older record its picture back.
   QHash<QString, QByteArray> FOverwritten;
+  bool FControlsBuilt = false;
 };
 
 extern TfrmConfig* frmConfig;

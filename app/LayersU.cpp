@@ -175,7 +175,21 @@ TfrmLayers::TfrmLayers(QWidget* parent)
   setWindowTitle(QStringLiteral("Layers"));
   setModal(true);
   setMinimumSize(600, 640);
+}
+
+void TfrmLayers::EnsureControls()
+{
+  if (FControlsBuilt)
+    return;
+  FControlsBuilt = true;
   BuildControls();
+}
+
+void TfrmLayers::setVisible(bool visible)
+{
+  if (visible)
+    EnsureControls();
+  QDialog::setVisible(visible);
 }
 
 TfrmLayers::~TfrmLayers()

@@ -66,6 +66,11 @@ public:
   explicit TfrmLayers(QWidget* parent = nullptr);
   ~TfrmLayers() override;
 
+  // The controls below are made at the first showing, not with the window:
+  // every reader from outside the handlers calls this first.
+  void EnsureControls();
+  void setVisible(bool visible) override;
+
   bool UpdateZoomLevel = false;
   int CurrentLayerIndex = -1;
   QString AppDir;
@@ -128,6 +133,7 @@ private:
   void MoveRow(int by);
   void RunHandler(const std::function<void()>& handler);
   bool FFilling = false;
+  bool FControlsBuilt = false;
 };
 
 extern TfrmLayers* frmLayers;

@@ -54,6 +54,7 @@
 #include <QScopeGuard>
 #include <QScreen>
 #include <QShortcut>
+#include <QSplitter>
 #include <QTcpSocket>
 #include <QToolButton>
 #include <QWindow>
@@ -407,6 +408,7 @@ void TfrmMain::ApplyModeVisibility()
   pnlRoster->setVisible(RosterVisible);
   btnRoster->setChecked(RosterVisible);
   pnlRoster->SetNamesOnMap(RosterNames);
+  qxSplitter1->refresh();
 }
 
 void TfrmMain::ShowInternetStatus(bool connected)

@@ -232,11 +232,15 @@ int TMarkerImageLists::FixedImageCount(const QString& category)
 TMarkerImageLists::TMarkerImageLists()
 {
   InitMarkerResources();
+  // Hundreds of names at every start: put together by hand, not by arg().
   for (const QString& category : MarkerCategory::TabOrder()) {
     TMarkerImageList* list = ByCategory(category);
     const int count = FixedImageCount(category);
-    for (int index = 0; index < count; ++index)
-      list->AddResource(QStringLiteral(":/markers/%1/%2.png").arg(category).arg(index, 2, 10, QLatin1Char('0')));
+    const QString folder = QStringLiteral(":/markers/") + category + QLatin1Char('/');
+    for (int index = 0; index < count; ++index) {
+      const char digits[] = {char('0' + index / 10), char('0' + index % 10), '.', 'p', 'n', 'g'};
+      list->AddResource(folder + QLatin1String(digits, sizeof digits));
+    }
   }
 }
 

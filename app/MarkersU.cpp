@@ -213,13 +213,21 @@ TfrmMarkers::TfrmMarkers(QWidget* parent)
   setWindowFlag(Qt::WindowStaysOnTopHint, true);
   setModal(false);
   setMinimumSize(420, 642);
-  BuildControls();
+  resize(minimumSize());
 }
 
 TfrmMarkers::~TfrmMarkers()
 {
   if (frmMarkers == this)
     frmMarkers = nullptr;
+}
+
+void TfrmMarkers::EnsureControls()
+{
+  if (FControlsBuilt)
+    return;
+  FControlsBuilt = true;
+  BuildControls();
 }
 
 void TfrmMarkers::SetUpImageListBox(QListWidget* list, const QSize& iconSize)
@@ -358,7 +366,10 @@ void TfrmMarkers::BuildControls()
   btnPrev->setEnabled(false);
   btnNext->setEnabled(false);
   btnOk->setEnabled(false);
-  resize(minimumSize());
+
+  for (const auto& [caption, index] : std::as_const(FPendingCustomRows))
+    AddCustomRow(caption, index);
+  FPendingCustomRows.clear();
 }
 
 void TfrmMarkers::SetListRowImage(QListWidget* list, int row, const TMarkerImageList& images, int index)
@@ -436,6 +447,7 @@ void TfrmMarkers::Show()
 void TfrmMarkers::ShowForNewMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list,
                                    const QString& title, double latitude, double longitude)
 {
+  EnsureControls();
   edtTitle->setText(title);
   MapControl = map;
   KestrelStaticMarkers = layer;
@@ -449,6 +461,7 @@ void TfrmMarkers::ShowForNewMarker(TvxCustomMapControl* map, TvxMapItemLayer* la
 void TfrmMarkers::ShowForMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer, QListWidget* list,
                                 TvxMapPushpin* marker)
 {
+  EnsureControls();
   edtTitle->setText(Attr(marker, StaticMarkerKey::Title));
   edtLatitude->setText(Attr(marker, StaticMarkerKey::Latitude));
   edtLongitude->setText(Attr(marker, StaticMarkerKey::Longitude));
@@ -464,6 +477,7 @@ void TfrmMarkers::ShowForMarker(TvxCustomMapControl* map, TvxMapItemLayer* layer
 
 void TfrmMarkers::MoveMarker(double latitude, double longitude)
 {
+  EnsureControls();
   edtLatitude->setText(NumberText::FloatToStr(latitude));
   edtLongitude->setText(NumberText::FloatToStr(longitude));
   if (KestrelStaticMarker)
@@ -472,11 +486,14 @@ void TfrmMarkers::MoveMarker(double latitude, double longitude)
 
 bool TfrmMarkers::OnMiscPage() const
 {
-  return PageControl1->currentWidget() == TabSheet7;
+  // Never shown, so on no page.
+  return PageControl1 && PageControl1->currentWidget() == TabSheet7;
 }
 
 void TfrmMarkers::setVisible(bool visible)
 {
+  if (visible)
+    EnsureControls();
   // Before the layout runs, so the picture counts in it.
   if (visible && Image1->pixmap().isNull())
     Image1->setPixmap(QPixmap::fromImage(MarkerImageLists().MiscImageList.Image(1)));
@@ -816,23 +833,41 @@ void TfrmMarkers::Image1Click()
     QDesktopServices::openUrl(QUrl(IconCollectionUrl));
 }
 
+void TfrmMarkers::AddCustomRow(const QString& caption, int index)
+{
+  if (!lbCustom) {
+    FPendingCustomRows.append({caption, index});
+    return;
+  }
+  lbCustom->addItem(caption);
+  SetListRowImage(lbCustom, lbCustom->count() - 1, MarkerImageLists().CustomImageList, index);
+}
+
 void TfrmMarkers::RefreshCustomStaticMarkers()
 {
-  lbCustom->clear();
+  // The image list is the static markers' own and always follows the
+  // records; the tab's rows may wait until the dialog is first made.
+  FPendingCustomRows.clear();
+  if (lbCustom)
+    lbCustom->clear();
   TMarkerImageList& images = MarkerImageLists().CustomImageList;
   if (!Globals::CustomImageInfoList) {
     images.Clear();
     return;
   }
-  TStaticMarkers::RefreshCustomImages(*Globals::CustomImageInfoList, images, [&](const QString& caption, int index) {
-    lbCustom->addItem(caption);
-    SetListRowImage(lbCustom, lbCustom->count() - 1, images, index);
-  });
-  lbCustom->update();
+  TStaticMarkers::RefreshCustomImages(*Globals::CustomImageInfoList, images,
+                                      [this](const QString& caption, int index) { AddCustomRow(caption, index); });
+  if (lbCustom)
+    lbCustom->update();
 }
 
 void TfrmMarkers::SetLastCustomRowImage(int index)
 {
+  if (!lbCustom) {
+    if (!FPendingCustomRows.isEmpty())
+      FPendingCustomRows.last().second = index;
+    return;
+  }
   if (lbCustom->count() > 0)
     SetListRowImage(lbCustom, lbCustom->count() - 1, MarkerImageLists().CustomImageList, index);
 }

@@ -71,6 +71,10 @@ public:
   explicit TfrmMarkers(QWidget* parent = nullptr);
   ~TfrmMarkers() override;
 
+  // The controls below are made at the first showing or use, not with the
+  // window: every reader from outside the public methods calls this first.
+  void EnsureControls();
+
   // Handed over by the main form before showing.
   TvxCustomMapControl* MapControl = nullptr;
   TvxMapItemLayer* KestrelStaticMarkers = nullptr;
@@ -195,6 +199,8 @@ protected:
 
 private:
   void BuildControls();
+  // A row of the Custom tab, or of the rows waiting for the tab to be made.
+  void AddCustomRow(const QString& caption, int index);
   QListWidget* AddTab(QWidget*& sheet, const QString& category);
   void FillList(QListWidget* list, const QString& category);
   // Runs a handler; what escapes it is shown in the general failure box.
@@ -205,6 +211,9 @@ private:
   // text gets the message and the focus back.
   void CoordinateExit(QLineEdit* edit, bool latitude, const QString& message);
   bool FInExit = false;
+  bool FControlsBuilt = false;
+  // The Custom tab's rows while its list does not exist yet.
+  QList<std::pair<QString, int>> FPendingCustomRows;
 };
 
 extern TfrmMarkers* frmMarkers;

@@ -292,6 +292,7 @@ private Q_SLOTS:
     QCOMPARE(Captions(*Globals::CustomImageInfoList), QStringList({"Bravo", "Charlie", "Delta"}));
     QCOMPARE(TStaticMarkers::Text(hydrant, StaticMarkerKey::ImageIndex), QStringLiteral("1"));
     QCOMPARE(hydrant->Image(), hydrantImage);
+    FMarkers->EnsureControls();
     QCOMPARE(Rows(FMarkers->lbCustom), QStringList({"Bravo", "Charlie", "Delta"}));
 
     // An added file over Bravo's, then Cancel: Bravo gets its picture back.

@@ -18,6 +18,7 @@
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QToolButton>
 
@@ -448,6 +449,7 @@ private Q_SLOTS:
     TfrmMain& form = Open();
     QVERIFY2(FDialogs->Messages.isEmpty(), qPrintable(FDialogs->Messages.join('|')));
     QCOMPARE(Rows(form.lbStaticMarkers), QStringList({QStringLiteral("Gate"), QStringLiteral("Hydrant 1")}));
+    FMarkers->EnsureControls();
     QCOMPARE(Rows(FMarkers->lbCustom), QStringList{QStringLiteral("Hydrant")});
     TvxMapPushpin* hydrant = form.FindKestrelStaticMarker(QStringLiteral("Hydrant 1"));
     QCOMPARE(hydrant->Image().pixelColor(16, 18), QColor(Qt::magenta));
@@ -474,12 +476,15 @@ private Q_SLOTS:
     QVERIFY(!QFile::exists(MapsFile(QStringLiteral("Layers/StaticMarkers.xml.unreadable"))));
   }
 
-  // The dialog is made at start without reading its images; drawn, each
-  // row shows its list's image, and a row past its list's end (Nature's
-  // last) an empty one of the list's size. The heading shows the blue pin.
+  // The dialog's controls are made at first use without reading its
+  // images; drawn, each row shows its list's image, and a row past its
+  // list's end (Nature's last) an empty one of the list's size. The
+  // heading shows the blue pin.
   void rowImagesDrawnAsTheListsHoldThem()
   {
     FMarkers = std::make_unique<TfrmMarkers>();
+    QVERIFY(!FMarkers->lbIndustry);
+    FMarkers->EnsureControls();
     for (const QString& category : {MarkerCategory::Industry, MarkerCategory::Nature, MarkerCategory::Misc}) {
       const TMarkerImageList& images = *MarkerImageLists().ByCategory(category);
       QListWidget* list = FMarkers->ListOf(category);
@@ -499,6 +504,54 @@ private Q_SLOTS:
     }
     FMarkers->show();
     QVERIFY(SameImage(FMarkers->Image1->pixmap().toImage(), MarkerImageLists().MiscImageList.Image(1)));
+  }
+
+  // The Custom tab's rows asked for before the dialog's controls exist
+  // wait for them, and come out as they would have on a made dialog: the
+  // captions, each row's image, the rebinding of the last row, and a
+  // refresh that starts the rows over.
+  void customRowsWaitForTheControls()
+  {
+    QImage red(32, 37, QImage::Format_ARGB32);
+    red.fill(Qt::red);
+    QImage blue = red;
+    blue.fill(Qt::blue);
+    const QString redFile = FDir->filePath(QStringLiteral("red.png"));
+    const QString blueFile = FDir->filePath(QStringLiteral("blue.png"));
+    QVERIFY(red.save(redFile, "PNG") && blue.save(blueFile, "PNG"));
+    TCustomImageInfoList records;
+    records.AddItem(redFile, QStringLiteral("Red"), false);
+    records.AddItem(FDir->filePath(QStringLiteral("missing.png")), QStringLiteral("Gone"), false);
+    records.AddItem(blueFile, QStringLiteral("Blue"), false);
+    TCustomImageInfoList* before = Globals::CustomImageInfoList;
+    Globals::CustomImageInfoList = &records;
+    const auto restore = qScopeGuard([before] { Globals::CustomImageInfoList = before; });
+
+    const auto rows = [](TfrmMarkers& dialog) {
+      QStringList result;
+      for (int row = 0; row < dialog.lbCustom->count(); ++row) {
+        const QListWidgetItem* item = dialog.lbCustom->item(row);
+        const QImage image = item->icon().pixmap(QSize(32, 37)).toImage();
+        result << QStringLiteral("%1 %2 %3")
+                    .arg(item->text())
+                    .arg(item->data(TfrmMarkers::ImageIndexRole).toInt())
+                    .arg(image.pixelColor(16, 18).name());
+      }
+      return result;
+    };
+    TfrmMarkers made;
+    made.EnsureControls();
+    TfrmMarkers waiting;
+    for (TfrmMarkers* dialog : {&made, &waiting}) {
+      dialog->RefreshCustomStaticMarkers();
+      dialog->RefreshCustomStaticMarkers();
+      dialog->SetLastCustomRowImage(0);
+    }
+    QVERIFY(!waiting.lbCustom);
+    waiting.EnsureControls();
+    QCOMPARE(rows(made), QStringList({"Red 0 #ff0000", "Blue 0 #ff0000"}));
+    QCOMPARE(rows(waiting), rows(made));
+    QCOMPARE(MarkerImageLists().CustomImageList.Count(), 2);
   }
 
   // Get and Put runs show the Misc "Blue Pin" and touch no marker file.

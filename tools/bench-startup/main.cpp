@@ -3,7 +3,10 @@
 // maps its main window. No layers; the internet probe and the feed link
 // point at a closed loopback port, so they fail at once. The baseline, in
 // the same rounds and measured the same way, is a bare Qt main window of the
-// same size: this program started again with --bare.
+// same size: this program started again with --bare. Beside it, as a
+// reference, the same window holding one label of text (--label): the first
+// text of a process loads the fonts, which the bare window never does, so
+// that row shows the floor of any window with text.
 //
 //   mapwright-bench-startup --program PATH [--rounds N]
 //
@@ -17,6 +20,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLabel>
 #include <QMainWindow>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -112,10 +116,12 @@ private:
   xcb_atom_t FPidAtom = XCB_NONE;
 };
 
-int RunBare(int argc, char** argv)
+int RunBare(int argc, char** argv, bool withLabel)
 {
   QApplication app(argc, argv);
   QMainWindow window;
+  if (withLabel)
+    window.setCentralWidget(new QLabel(QStringLiteral("Mapwright"), &window));
   window.resize(Width, Height);
   window.show();
   return app.exec();
@@ -142,9 +148,12 @@ std::optional<double> Launch(TMapWatcher& watcher, const QString& program, const
 
 int main(int argc, char** argv)
 {
-  for (int i = 1; i < argc; ++i)
+  for (int i = 1; i < argc; ++i) {
     if (qstrcmp(argv[i], "--bare") == 0)
-      return RunBare(argc, argv);
+      return RunBare(argc, argv, false);
+    if (qstrcmp(argv[i], "--label") == 0)
+      return RunBare(argc, argv, true);
+  }
 
   QCoreApplication app(argc, argv);
   QCommandLineParser parser;
@@ -186,24 +195,32 @@ int main(int argc, char** argv)
 
   const QString self = QCoreApplication::applicationFilePath();
   const QStringList mapArguments = {dir.filePath(QStringLiteral("config")), QStringLiteral("Config")};
-  std::vector<double> bare, map;
-  // One of each first, unmeasured: the disk cache holds both afterwards.
+  std::vector<double> bare, label, map;
+  // One of each first, unmeasured: the disk cache holds them afterwards.
   Launch(watcher, self, {QStringLiteral("--bare")}, environment);
+  Launch(watcher, self, {QStringLiteral("--label")}, environment);
   Launch(watcher, program, mapArguments, environment);
   for (int round = 0; round < rounds; ++round) {
     const auto b = Launch(watcher, self, {QStringLiteral("--bare")}, environment);
+    const auto l = Launch(watcher, self, {QStringLiteral("--label")}, environment);
     const auto m = Launch(watcher, program, mapArguments, environment);
-    if (!b || !m) {
+    if (!b || !l || !m) {
       std::fprintf(stderr, "mapwright-bench-startup: no window within %d ms\n", TimeoutMs);
       return 1;
     }
     bare.push_back(*b);
+    label.push_back(*l);
     map.push_back(*m);
   }
   const double base = Median(bare);
+  const double withText = Median(label);
   std::printf("launch to a mapped %dx%d window, medians of %d launches\n", Width, Height, rounds);
   std::printf("  %-44s %8.1f ms  (baseline)\n", "bare Qt main window", base);
+  std::printf("  %-44s %8.1f ms  %6.2fx bare  (reference)\n", "bare Qt main window with one label", withText,
+              withText / base);
   std::printf("  %-44s %8.1f ms  %6.2fx bare\n", "mapwright CFG Config", Median(map), Median(map) / base);
+  std::printf("  %-44s %8s     %6.2fx with one label\n", "", "", Median(map) / withText);
   BenchRow("start-up to a visible window", Median(map), "bare Qt main window", base);
+  BenchRow("start-up to a visible window", Median(map), "bare Qt main window with one label", withText);
   return 0;
 }
