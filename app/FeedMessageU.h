@@ -4,8 +4,6 @@
 #include <QStringList>
 #include <vector>
 
-class QXmlStreamAttributes;
-
 // One person's report as the feed delivers it, converted and ready for the
 // live marker store.
 struct TLiveMarkerReport
@@ -34,9 +32,15 @@ struct TFeedMessage
 
 // Throws EMapwrightError with the parser's text for a frame that is no XML,
 // and "Node "KestrelMapData" not found" for another document element.
+// A report reads its attributes in the order ID, NAME, LOCATION, STATUS,
+// LAT, LON, FIXSTATUS, FIXRADIUS, INIT; LAT and LON in the user's locale;
+// a LAT, LON or FIXRADIUS that is missing or no number drops it and the
+// reports after it (ReportFailure).
 TFeedMessage ReadFeedMessage(const QString& text);
 
-// Reads the attributes in the order ID, NAME, LOCATION, STATUS, LAT, LON,
-// FIXSTATUS, FIXRADIUS, INIT; LAT and LON in the user's locale. Throws
-// EConvertError for a LAT, LON or FIXRADIUS that is missing or no number.
-TLiveMarkerReport ReadLiveMarkerReport(const QXmlStreamAttributes& marker);
+// The two readers ReadFeedMessage chooses between, for the tests that hold
+// them to the same results. The plain reader takes the frames a parent
+// writes (plain elements, attributes and text) and returns false, leaving
+// `message` as it was, for any other; the stream reader takes every frame.
+bool ReadPlainFeedMessage(const QString& text, TFeedMessage& message);
+TFeedMessage ReadFeedMessageStreamed(const QString& text);

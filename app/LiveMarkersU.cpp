@@ -56,8 +56,8 @@ bool TLiveMarkers::IsLivePushpin(const TvxMapItem* item)
 QString TLiveMarkers::Text(const TvxMapItem* item, const QString& key)
 {
   // A pin without the attribute shows an empty value.
-  const TvxMapItemAttributes& attributes = item->Attributes();
-  return attributes.ContainsName(key) ? attributes.Value(key).toString() : QString();
+  const QVariant* value = item->Attributes().FindValue(key);
+  return value ? value->toString() : QString();
 }
 
 void TLiveMarkers::RebuildIndex()
@@ -86,11 +86,11 @@ TvxMapPushpin* TLiveMarkers::FindKestrelLiveMarker(const QString& id)
   return FIndex.value(id, nullptr);
 }
 
-TvxMapPushpin* TLiveMarkers::StoreReport(const TLiveMarkerReport& report, const QDateTime& stamp, bool& init,
-                                         bool& needUpdatedImage)
+TvxMapPushpin* TLiveMarkers::StoreReport(const TLiveMarkerReport& report, const QDateTime& stamp,
+                                         const QString& decimalPoint, bool& init, bool& needUpdatedImage)
 {
-  const QString lat = NumberText::FloatToStr(report.Lat);
-  const QString lon = NumberText::FloatToStr(report.Lon);
+  const QString lat = NumberText::FloatToStr(report.Lat, decimalPoint);
+  const QString lon = NumberText::FloatToStr(report.Lon, decimalPoint);
   TvxMapPushpin* marker = FindKestrelLiveMarker(report.Id);
   if (marker) {
     marker->SetHint(report.Name);
@@ -160,13 +160,15 @@ void TLiveMarkers::ApplyReports(const TFeedMessage& message, const TLiveMarkerHo
     }
     FMap->EndUpdateLayoutLater();
   };
-  // The frame's reports came together: one reading of the clock for all.
+  // The frame's reports came together: one reading of the clock and of the
+  // locale for all.
   const QDateTime stamp = StampNow();
+  const QString decimalPoint = QLocale().decimalPoint();
   try {
     for (const TLiveMarkerReport& report : message.Reports) {
       bool needUpdatedImage = true;
       bool init = report.Init;
-      TvxMapPushpin* marker = StoreReport(report, stamp, init, needUpdatedImage);
+      TvxMapPushpin* marker = StoreReport(report, stamp, decimalPoint, init, needUpdatedImage);
       if (init) {
         CurrentUserID = report.Id;
         SelectedLiveMarker = marker;

@@ -69,8 +69,8 @@ public:
   // `stamp` as the time it came (whole seconds).
   // `needUpdatedImage` turns false when nothing that shows has changed;
   // `init` turns true for the first marker of an empty layer.
-  TvxMapPushpin* StoreReport(const TLiveMarkerReport& report, const QDateTime& stamp, bool& init,
-                             bool& needUpdatedImage);
+  TvxMapPushpin* StoreReport(const TLiveMarkerReport& report, const QDateTime& stamp, const QString& decimalPoint,
+                             bool& init, bool& needUpdatedImage);
 
   // The reports of one frame, inside one map update: store, selection,
   // circle, images; then the selected marker goes on top and is selected

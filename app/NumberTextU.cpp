@@ -78,8 +78,12 @@ std::optional<QString> NonFinite(double value)
 
 std::optional<double> TryStrToFloat(const QString& text, const QLocale& locale)
 {
+  return TryStrToFloat(text, locale.decimalPoint());
+}
+
+std::optional<double> TryStrToFloat(const QString& text, QStringView point)
+{
   const QString s = text.trimmed();
-  const QString point = locale.decimalPoint();
   const qsizetype n = s.size();
   qsizetype i = 0;
 
@@ -152,7 +156,12 @@ std::optional<double> TryStrToFloat(const QString& text, const QLocale& locale)
 
 double StrToFloat(const QString& text, const QLocale& locale)
 {
-  if (const std::optional<double> value = TryStrToFloat(text, locale))
+  return StrToFloat(text, locale.decimalPoint());
+}
+
+double StrToFloat(const QString& text, QStringView point)
+{
+  if (const std::optional<double> value = TryStrToFloat(text, point))
     return *value;
   throw EConvertError(u'\'' + text + QStringLiteral("' is not a valid floating point value"));
 }
@@ -224,6 +233,11 @@ int StrToInt(const QString& text)
 
 QString FloatToStr(double value, const QLocale& locale)
 {
+  return FloatToStr(value, locale.decimalPoint());
+}
+
+QString FloatToStr(double value, QStringView point)
+{
   if (const std::optional<QString> text = NonFinite(value))
     return *text;
   const TDecimal d = Decompose(value, 15);
@@ -236,7 +250,6 @@ QString FloatToStr(double value, const QLocale& locale)
   const auto appendDigits = [&digits](QString& text, qsizetype from, qsizetype count) {
     text += QLatin1StringView(digits.data() + from, count);
   };
-  const QString point = locale.decimalPoint();
   QString result;
   result.reserve(size + 24);
   if (d.Negative)

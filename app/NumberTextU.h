@@ -17,6 +17,11 @@ std::optional<double> TryStrToFloat(const QString& text, const QLocale& locale =
 // As TryStrToFloat; throws EConvertError "'%s' is not a valid floating point value".
 double StrToFloat(const QString& text, const QLocale& locale = QLocale());
 
+// Both with the locale's decimal separator given, for a caller reading many
+// numbers at once: asking the system locale for it is not cheap.
+std::optional<double> TryStrToFloat(const QString& text, QStringView decimalPoint);
+double StrToFloat(const QString& text, QStringView decimalPoint);
+
 // 32-bit integer: optional sign, decimal digits, or hexadecimal after "$"
 // or "0x"/"0X". Blanks around the number are allowed. Out of range is unreadable.
 std::optional<int> TryStrToInt(const QString& text);
@@ -29,6 +34,9 @@ int StrToInt(const QString& text);
 // digits before the separator and is at least 0.00001 in magnitude,
 // scientific otherwise; the locale's decimal separator.
 QString FloatToStr(double value, const QLocale& locale = QLocale());
+// As above with the locale's decimal separator given, for a caller writing
+// many numbers at once: asking the system locale for it is not cheap.
+QString FloatToStr(double value, QStringView decimalPoint);
 
 // Fixed notation with exactly six decimals ("0.000000"), the locale's
 // decimal separator, rounding half away from zero.

@@ -34,7 +34,7 @@ enum TvxMapItemTitleVisibility
 };
 
 // Name/value pairs of an item: empty, integer, float, string, boolean or
-// date values. Iteration order is the hash's, never insertion order.
+// date values, kept in name order.
 class TvxMapItemAttributes
 {
 public:
@@ -49,6 +49,12 @@ public:
   int Count() const { return int(FItems.size()); }
   // Both throw EListError("Item not found") for an unknown name.
   QVariant Value(const QString& AName) const;
+  // The value, or null for an unknown name.
+  const QVariant* FindValue(const QString& AName) const
+  {
+    const auto It = Find(AName);
+    return It == FItems.end() ? nullptr : &It->second;
+  }
   void SetValue(const QString& AName, const QVariant& AValue);
 
   // One call per value notification: a replaced value notifies twice.

@@ -63,6 +63,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* AData, size_t ASize)
 
   for (const QString& LText : LWhole.Texts)
   {
+    // A frame the quick reader takes reads as the stream reader reads it.
+    TFeedMessage LPlain;
+    if (ReadPlainFeedMessage(LText, LPlain))
+    {
+      const TFeedMessage LStreamed = ReadFeedMessageStreamed(LText);
+      FUZZ_CHECK(LPlain.Commands == LStreamed.Commands && LPlain.HasLiveMarkers == LStreamed.HasLiveMarkers &&
+                 LPlain.ReportFailure == LStreamed.ReportFailure && LPlain.Reports.size() == LStreamed.Reports.size());
+      for (size_t LAt = 0; LAt < LPlain.Reports.size(); ++LAt)
+      {
+        const TLiveMarkerReport& A = LPlain.Reports[LAt];
+        const TLiveMarkerReport& B = LStreamed.Reports[LAt];
+        FUZZ_CHECK(A.Id == B.Id && A.Name == B.Name && A.Location == B.Location && A.Status == B.Status &&
+                   A.Lat == B.Lat && A.Lon == B.Lon && A.FixStatus == B.FixStatus && A.Radius == B.Radius &&
+                   A.Init == B.Init);
+      }
+    }
     try
     {
       const TFeedMessage LMessage = ReadFeedMessage(LText);
