@@ -83,27 +83,12 @@ void ForEachCustomMarker(TvxMapItemLayer* layer, F&& f)
 } // namespace
 
 TfrmConfig::TfrmConfig(QWidget* parent)
-  : QDialog(parent)
+  : TLazyDialog(parent)
 {
   setObjectName(QStringLiteral("frmConfig"));
   setWindowTitle(QStringLiteral("Configuration"));
   setMinimumSize(477, 630);
   resize(minimumSize());
-}
-
-void TfrmConfig::EnsureControls()
-{
-  if (FControlsBuilt)
-    return;
-  FControlsBuilt = true;
-  BuildControls();
-}
-
-void TfrmConfig::setVisible(bool visible)
-{
-  if (visible)
-    EnsureControls();
-  QDialog::setVisible(visible);
 }
 
 void TfrmConfig::BuildControls()

@@ -9,7 +9,8 @@
 #include "BaseMapsU.h"
 #include "MarkerImagesU.h"
 
-#include <QDialog>
+#include "LazyDialogU.h"
+
 #include <QHash>
 #include <QStringList>
 #include <array>
@@ -36,17 +37,15 @@ struct TConfigSettings
   bool ManageMarkers = true;
 };
 
-class TfrmConfig : public QDialog
+class TfrmConfig : public TLazyDialog
 {
   Q_OBJECT
 
 public:
   explicit TfrmConfig(QWidget* parent = nullptr);
 
-  // The controls below are made at the first showing or Prepare, not with
-  // the window: every reader from outside calls this (or Prepare) first.
-  void EnsureControls();
-  void setVisible(bool visible) override;
+  // The controls below are made at the first showing or Prepare: every
+  // reader from outside calls EnsureControls (or Prepare) first.
 
   QStringList SkinList;
   QString OriginalSkin;
@@ -128,7 +127,7 @@ protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-  void BuildControls();
+  void BuildControls() override;
   void RunHandler(const std::function<void()>& handler);
   // Each Custom marker whose image index is above `index` moves down one.
   void ShiftCustomImageIndices(int index);
@@ -141,7 +140,6 @@ private:
   // Files that an added image overwrote, with what they held before, so
   // that Cancel gives the older record its picture back.
   QHash<QString, QByteArray> FOverwritten;
-  bool FControlsBuilt = false;
 };
 
 extern TfrmConfig* frmConfig;

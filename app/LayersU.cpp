@@ -169,27 +169,12 @@ bool TColourBox::eventFilter(QObject* watched, QEvent* event)
 // ---------------------------------------------------------------------------
 
 TfrmLayers::TfrmLayers(QWidget* parent)
-  : QDialog(parent)
+  : TLazyDialog(parent)
 {
   setObjectName(QStringLiteral("frmLayers"));
   setWindowTitle(QStringLiteral("Layers"));
   setModal(true);
   setMinimumSize(600, 640);
-}
-
-void TfrmLayers::EnsureControls()
-{
-  if (FControlsBuilt)
-    return;
-  FControlsBuilt = true;
-  BuildControls();
-}
-
-void TfrmLayers::setVisible(bool visible)
-{
-  if (visible)
-    EnsureControls();
-  QDialog::setVisible(visible);
 }
 
 TfrmLayers::~TfrmLayers()

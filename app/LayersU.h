@@ -4,7 +4,8 @@
 // site's layers. Every change shows on the map at once; the catalogue file
 // follows at the main window's close.
 
-#include <QDialog>
+#include "LazyDialogU.h"
+
 #include <QString>
 #include <functional>
 
@@ -58,7 +59,7 @@ private:
   quint32 FValue = NotSet;
 };
 
-class TfrmLayers : public QDialog
+class TfrmLayers : public TLazyDialog
 {
   Q_OBJECT
 
@@ -66,10 +67,8 @@ public:
   explicit TfrmLayers(QWidget* parent = nullptr);
   ~TfrmLayers() override;
 
-  // The controls below are made at the first showing, not with the window:
-  // every reader from outside the handlers calls this first.
-  void EnsureControls();
-  void setVisible(bool visible) override;
+  // The controls below are made at the first showing: every reader from
+  // outside the handlers calls EnsureControls first.
 
   bool UpdateZoomLevel = false;
   int CurrentLayerIndex = -1;
@@ -124,7 +123,7 @@ protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-  void BuildControls();
+  void BuildControls() override;
   TLayerCatalog Catalog() const;
   // The file layer at CurrentLayerIndex, if it is one.
   TvxMapItemFileLayer* CurrentFileLayer() const;
@@ -133,7 +132,6 @@ private:
   void MoveRow(int by);
   void RunHandler(const std::function<void()>& handler);
   bool FFilling = false;
-  bool FControlsBuilt = false;
 };
 
 extern TfrmLayers* frmLayers;

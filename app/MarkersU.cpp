@@ -206,7 +206,7 @@ void TPageControl::ArrangeTabs()
 }
 
 TfrmMarkers::TfrmMarkers(QWidget* parent)
-  : QDialog(parent)
+  : TLazyDialog(parent)
 {
   setObjectName(QStringLiteral("frmMarkers"));
   setWindowTitle(QStringLiteral("Markers"));
@@ -220,14 +220,6 @@ TfrmMarkers::~TfrmMarkers()
 {
   if (frmMarkers == this)
     frmMarkers = nullptr;
-}
-
-void TfrmMarkers::EnsureControls()
-{
-  if (FControlsBuilt)
-    return;
-  FControlsBuilt = true;
-  BuildControls();
 }
 
 void TfrmMarkers::SetUpImageListBox(QListWidget* list, const QSize& iconSize)
@@ -497,7 +489,7 @@ void TfrmMarkers::setVisible(bool visible)
   // Before the layout runs, so the picture counts in it.
   if (visible && Image1->pixmap().isNull())
     Image1->setPixmap(QPixmap::fromImage(MarkerImageLists().MiscImageList.Image(1)));
-  QDialog::setVisible(visible);
+  TLazyDialog::setVisible(visible);
 }
 
 void TfrmMarkers::showEvent(QShowEvent* event)

@@ -5,7 +5,8 @@
 // on the map can move the marker; the marker is live on the map the whole
 // time and Cancel puts it back.
 
-#include <QDialog>
+#include "LazyDialogU.h"
+
 #include <QImage>
 #include <QList>
 #include <functional>
@@ -63,7 +64,7 @@ private:
   int FColumns = 0;
 };
 
-class TfrmMarkers : public QDialog
+class TfrmMarkers : public TLazyDialog
 {
   Q_OBJECT
 
@@ -71,9 +72,8 @@ public:
   explicit TfrmMarkers(QWidget* parent = nullptr);
   ~TfrmMarkers() override;
 
-  // The controls below are made at the first showing or use, not with the
-  // window: every reader from outside the public methods calls this first.
-  void EnsureControls();
+  // The controls below are made at the first showing or use: every reader
+  // from outside the public methods calls EnsureControls first.
 
   // Handed over by the main form before showing.
   TvxCustomMapControl* MapControl = nullptr;
@@ -198,7 +198,7 @@ protected:
   bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
-  void BuildControls();
+  void BuildControls() override;
   // A row of the Custom tab, or of the rows waiting for the tab to be made.
   void AddCustomRow(const QString& caption, int index);
   QListWidget* AddTab(QWidget*& sheet, const QString& category);
@@ -211,7 +211,6 @@ private:
   // text gets the message and the focus back.
   void CoordinateExit(QLineEdit* edit, bool latitude, const QString& message);
   bool FInExit = false;
-  bool FControlsBuilt = false;
   // The Custom tab's rows while its list does not exist yet.
   QList<std::pair<QString, int>> FPendingCustomRows;
 };

@@ -6,9 +6,10 @@
 // same size: this program started again with --bare. Beside it, as a
 // reference, the same window holding one label of text (--label): the first
 // text of a process loads the fonts, which the bare window never does, so
-// that row shows the floor of any window with text.
+// that row shows the floor of any window with text. Each start is a user's
+// start after a clean exit, with the runtime folder in memory.
 //
-//   mapwright-bench-startup --program PATH [--rounds N]
+//   mapwright-bench-startup --program PATH [--rounds N] [--disk-runtime] [--after-crash]
 //
 // Needs DISPLAY (scripts/bench starts Xvfb :96) and a display without a
 // window manager, where a mapped top-level window is a visible one.
@@ -160,6 +161,9 @@ int main(int argc, char** argv)
   parser.addOption({QStringLiteral("program"), QStringLiteral("The mapwright executable."), QStringLiteral("PATH")});
   parser.addOption({QStringLiteral("rounds"), QStringLiteral("Launches of each (default 11)."), QStringLiteral("N"),
                     QStringLiteral("11")});
+  parser.addOption({QStringLiteral("disk-runtime"), QStringLiteral("Keep the runtime folder on disk, not in /dev/shm.")});
+  parser.addOption({QStringLiteral("after-crash"),
+                    QStringLiteral("Leave the lock of the killed window behind, as a crash does.")});
   parser.addHelpOption();
   parser.process(app);
   const QString program = parser.value(QStringLiteral("program"));
@@ -176,9 +180,14 @@ int main(int argc, char** argv)
 
   QTemporaryDir dir;
   QDir(dir.path()).mkpath(QStringLiteral("config/Maps"));
-  QDir(dir.path()).mkpath(QStringLiteral("runtime"));
-  QFile::setPermissions(dir.filePath(QStringLiteral("runtime")),
-                        QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+  // The runtime folder, where the single-instance lock lives, is in memory
+  // as a desktop session's is (/run/user/UID); on disk each lock taken
+  // waits for the disk (QLockFile syncs it).
+  const bool diskRuntime = parser.isSet(QStringLiteral("disk-runtime"));
+  QTemporaryDir memory(QStringLiteral("/dev/shm/mapwright-bench-XXXXXX"));
+  const QString runtime = !diskRuntime && memory.isValid() ? memory.path() : dir.filePath(QStringLiteral("runtime"));
+  QDir().mkpath(runtime);
+  QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
   {
     // Port 9 on loopback is closed: probe, feed and tiles fail at once.
     QFile ini(dir.filePath(QStringLiteral("config/Maps/Mapwright.ini")));
@@ -190,20 +199,30 @@ int main(int argc, char** argv)
   }
   QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
   environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-  environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), dir.filePath(QStringLiteral("runtime")));
+  environment.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
   environment.insert(QStringLiteral("MAPWRIGHT_DIALOGS"), QStringLiteral("stderr"));
 
   const QString self = QCoreApplication::applicationFilePath();
   const QStringList mapArguments = {dir.filePath(QStringLiteral("config")), QStringLiteral("Config")};
+  // The window is killed once mapped; its lock goes, as its own exit
+  // would take it, unless a crash is what is measured.
+  const bool afterCrash = parser.isSet(QStringLiteral("after-crash"));
+  const auto launchMap = [&] {
+    const auto ms = Launch(watcher, program, mapArguments, environment);
+    if (!afterCrash)
+      for (const QString& name : QDir(runtime).entryList({QStringLiteral("mapwright-*")}, QDir::Files | QDir::System))
+        QFile::remove(QDir(runtime).filePath(name));
+    return ms;
+  };
   std::vector<double> bare, label, map;
   // One of each first, unmeasured: the disk cache holds them afterwards.
   Launch(watcher, self, {QStringLiteral("--bare")}, environment);
   Launch(watcher, self, {QStringLiteral("--label")}, environment);
-  Launch(watcher, program, mapArguments, environment);
+  launchMap();
   for (int round = 0; round < rounds; ++round) {
     const auto b = Launch(watcher, self, {QStringLiteral("--bare")}, environment);
     const auto l = Launch(watcher, self, {QStringLiteral("--label")}, environment);
-    const auto m = Launch(watcher, program, mapArguments, environment);
+    const auto m = launchMap();
     if (!b || !l || !m) {
       std::fprintf(stderr, "mapwright-bench-startup: no window within %d ms\n", TimeoutMs);
       return 1;

@@ -1,0 +1,16 @@
+#include "LazyDialogU.h"
+
+void TLazyDialog::EnsureControls()
+{
+  if (FControlsBuilt)
+    return;
+  FControlsBuilt = true;
+  BuildControls();
+}
+
+void TLazyDialog::setVisible(bool visible)
+{
+  if (visible)
+    EnsureControls();
+  QDialog::setVisible(visible);
+}
