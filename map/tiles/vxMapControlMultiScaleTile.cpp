@@ -310,6 +310,9 @@ TvxMapControlTileImageSourceLoadingQueueManager::TvxMapControlTileImageSourceLoa
   TvxMapControlMultiScaleTileSource* ATileSource, int AMaxParallelDownloads)
   : FMaxParallelDownloads(qMax(1, AMaxParallelDownloads)), FTileSource(ATileSource)
 {
+  FWakeTimer.setSingleShot(true);
+  FWakeTimer.setInterval(0);
+  connect(&FWakeTimer, &QTimer::timeout, this, &TvxMapControlTileImageSourceLoadingQueueManager::WakeThreads);
 }
 
 TvxMapControlTileImageSourceLoadingQueueManager::~TvxMapControlTileImageSourceLoadingQueueManager()
@@ -388,8 +391,16 @@ void TvxMapControlTileImageSourceLoadingQueueManager::AddTask(std::unique_ptr<Tv
   FTileImageSourcesQueue.push_back(std::move(ATask));
 }
 
+void TvxMapControlTileImageSourceLoadingQueueManager::PostWakeThreads()
+{
+  if (!FWakeTimer.isActive())
+    FWakeTimer.start();
+}
+
 void TvxMapControlTileImageSourceLoadingQueueManager::WakeThreads()
 {
+  if (IsTerminating())
+    return;
   QMutexLocker LLock(&FQueueLock);
   // Workers start as the stack first needs them, up to the limit: a layer
   // that never shows starts none, and a few tiles start a few. A new worker
@@ -628,7 +639,7 @@ TvxMapControlTileImageSource* TvxMapControlMultiScaleTileSource::PeekTileImageSo
 
 void TvxMapControlMultiScaleTileSource::StartLoadTiles()
 {
-  FLoadingQueueManager->WakeThreads();
+  FLoadingQueueManager->PostWakeThreads();
 }
 
 void TvxMapControlMultiScaleTileSource::ClearCache()

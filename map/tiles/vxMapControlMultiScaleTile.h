@@ -284,6 +284,10 @@ public:
   // Pushes on top of the stack; does not wake anyone.
   void AddTask(std::unique_ptr<TvxMapControlTileImageLoadingTask> ATask);
   void WakeThreads();
+  // WakeThreads from the event loop, once however often asked before: a map
+  // laid out before its window is up starts its workers after the window
+  // shows, and a layout that asks many times wakes them once.
+  void PostWakeThreads();
   // Drops every task in the stack and returns when all workers stand still.
   void Clear();
   bool TaskExists(TvxMapControlTileImageSource* ASource);
@@ -322,6 +326,8 @@ private:
   std::vector<std::unique_ptr<TvxMapControlTileImageLoadingTask>> FTileImageSourcesQueue;
   std::vector<std::unique_ptr<TvxMapControlTileImageLoadingThread>> FThreads;
   std::atomic<bool> FTerminating = false;
+  // A timer, not a posted call: waiting for the workers pumps posted calls.
+  QTimer FWakeTimer;
 };
 
 // The tiles of one provider configuration: the world's size and tile size,
@@ -344,6 +350,7 @@ public:
   void GetTileImageSource(const TvxMapControlTileIndex& AIndex, TvxMapControlBitmapTile* ABitmapTile);
   // A loaded source with an image, or null; never starts a load.
   TvxMapControlTileImageSource* PeekTileImageSource(const TvxMapControlTileIndex& AIndex);
+  // The workers take the queued tiles from the next turn of the event loop.
   void StartLoadTiles();
   void ClearCache();
   void UpdateCacheOptions();
