@@ -339,8 +339,8 @@ private:
 };
 
 // Appends AMake(0) .. AMake(ACount - 1) to AVector.
-template <class T, class TMake>
-void vxAppendMade(std::vector<T>& AVector, size_t ACount, const TMake& AMake)
+template <class T, class TAllocator, class TMake>
+void vxAppendMade(std::vector<T, TAllocator>& AVector, size_t ACount, const TMake& AMake)
 {
   AVector.insert(AVector.end(), TvxMadeIterator<T, TMake>(&AMake, 0), TvxMadeIterator<T, TMake>(&AMake, ACount));
 }

@@ -192,6 +192,9 @@ void TvxMapControlShapeFileLoader::LoadFromStream(QIODevice& AShapes, QIODevice&
       Encoding = TvxTextEncoding::Create(65001);
   }
 
+  // Each point takes at least 16 bytes of the file and 16 in memory: the
+  // file's size is room enough for all of them.
+  const qint64 ShapesSize = AShapes.size();
   TvxShapeFileInfo Shapes;
   Shapes.LoadFromStream(AShapes);
   TvxDbfFileInfo Table;
@@ -204,6 +207,12 @@ void TvxMapControlShapeFileLoader::LoadFromStream(QIODevice& AShapes, QIODevice&
     const TvxDbfFileInfo*& Table;
     ~TTableReset() { Table = nullptr; }
   } TableReset{FTable};
+  FPointArena = std::make_shared<TvxBulkArena>(size_t(std::max<qint64>(ShapesSize, 0)));
+  struct TArenaReset
+  {
+    std::shared_ptr<TvxBulkArena>& Arena;
+    ~TArenaReset() { Arena.reset(); }
+  } ArenaReset{FPointArena};
   TUpdateBracket<TvxMapItems> Update(*FMapItems);
   TConvertersScope Converters(this);
   const TvxMapControlShapeFileRecordsConverterFactory& Factory = vxShapeFileRecordsConverterFactory();
@@ -365,6 +374,7 @@ void TvxMapControlShapeFilePolylineRecordConverter::Convert(const TvxShapeFileRe
     const int First = GetPart(ARecord, I);
     const int Next = I + 1 < PartCount ? GetPart(ARecord, I + 1) : PointCount;
     TvxMapControlGeoPointCollection& Points = Segments.Add()->GeoPoints();
+    Points.UseArena(FLoader->PointArena());
     if (Next > First)
       AddPointLocations(ARecord, First, Next - First, Points);
   }

@@ -44,11 +44,14 @@ public:
   TvxMapItems& MapItems() const { return *FMapItems; }
   // The table being loaded; null between loads.
   const TvxDbfFileInfo* Table() const { return FTable; }
+  // Where the points of one load go, all together; null between loads.
+  const std::shared_ptr<TvxBulkArena>& PointArena() const { return FPointArena; }
 
 private:
   TvxMapItems* FMapItems;
   TvxMapItemFileLayer* FOwner;
   const TvxDbfFileInfo* FTable = nullptr;
+  std::shared_ptr<TvxBulkArena> FPointArena;
 };
 
 // Makes the items of one record class.

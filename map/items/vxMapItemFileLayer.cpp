@@ -1,5 +1,7 @@
 #include "vxMapItemFileLayer.h"
 
+#include "vxLargeBlock.h"
+
 #include <QBuffer>
 #include <QFile>
 #include <QFileInfo>
@@ -37,15 +39,38 @@ void OpenRegularFile(QFile& AFile, const QString& AFileName)
   }
 }
 
-QByteArray ReadWholeFile(const QString& AFileName)
+// A whole file in memory. A big one goes to a large block (see
+// TvxLargeBlock), which Bytes only points into: it lives as long as this.
+struct TWholeFile
+{
+  TvxLargeBlock Block;
+  QByteArray Bytes;
+};
+
+void ReadWholeFile(const QString& AFileName, TWholeFile& AFile)
 {
   QFile File;
   OpenRegularFile(File, AFileName);
   // No more than the size it had when opened, should it grow meanwhile.
-  QByteArray Data = File.read(File.size());
+  const qint64 Size = File.size();
+  if (Size >= qint64(TvxLargeBlock::MappedFrom))
+  {
+    AFile.Block = TvxLargeBlock(size_t(Size));
+    auto* Data = reinterpret_cast<char*>(AFile.Block.Data());
+    qint64 Read = 0;
+    while (Read < Size)
+    {
+      const qint64 Count = File.read(Data + Read, Size - Read);
+      if (Count <= 0)
+        break;
+      Read += Count;
+    }
+    AFile.Bytes = QByteArray::fromRawData(Data, qsizetype(Read));
+  }
+  else
+    AFile.Bytes = File.read(Size);
   if (File.error() != QFileDevice::NoError)
     throw EFOpenError(QStringLiteral("Cannot read file \"%1\". %2").arg(AFileName, File.errorString()).toStdString());
-  return Data;
 }
 
 // The name with its last extension replaced, as the sidecar files are named.
@@ -151,16 +176,18 @@ void TvxMapItemFileLayer::LoadFromFile(const QString& AFileName)
   const QString CodePageName = ChangeFileExt(FFileName, QStringLiteral(".cpg"));
   if (!QFileInfo::exists(ShapesName) || !QFileInfo::exists(TableName))
     return;
-  QByteArray Shapes = ReadWholeFile(ShapesName);
-  QByteArray Table = ReadWholeFile(TableName);
-  QBuffer ShapesStream(&Shapes);
-  QBuffer TableStream(&Table);
+  TWholeFile Shapes, Table;
+  ReadWholeFile(ShapesName, Shapes);
+  ReadWholeFile(TableName, Table);
+  QBuffer ShapesStream(&Shapes.Bytes);
+  QBuffer TableStream(&Table.Bytes);
   ShapesStream.open(QIODevice::ReadOnly);
   TableStream.open(QIODevice::ReadOnly);
   if (QFileInfo::exists(CodePageName))
   {
-    QByteArray CodePage = ReadWholeFile(CodePageName);
-    QBuffer CodePageStream(&CodePage);
+    TWholeFile CodePage;
+    ReadWholeFile(CodePageName, CodePage);
+    QBuffer CodePageStream(&CodePage.Bytes);
     CodePageStream.open(QIODevice::ReadOnly);
     LoadShapeFileFromStream(ShapesStream, TableStream, &CodePageStream);
   }

@@ -176,6 +176,16 @@ void TvxMapControlGeoPointCollection::AddRange(std::span<const TvxMapControlGeoP
   Changed();
 }
 
+void TvxMapControlGeoPointCollection::UseArena(const std::shared_ptr<TvxBulkArena>& AArena)
+{
+  if (FPoints.get_allocator().Arena() == AArena)
+    return;
+  decltype(FPoints) Points{TvxBulkAllocator<TvxMapControlGeoPoint>(AArena)};
+  Points.reserve(FPoints.size());
+  Points.assign(FPoints.begin(), FPoints.end());
+  FPoints = std::move(Points);
+}
+
 void TvxMapControlGeoPointCollection::Delete(int AIndex)
 {
   if (AIndex < 0 || AIndex >= Count())

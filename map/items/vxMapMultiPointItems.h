@@ -6,6 +6,7 @@
 // map units once per geometry change; zoom and pan only touch screen points.
 
 #include "vxCustomMapItemLayer.h"
+#include "vxLargeBlock.h"
 #include "vxMapItem.h"
 
 #include <QPainterPath>
@@ -100,6 +101,10 @@ public:
   void Clear();
   void Assign(const TvxMapControlGeoPointCollection& ASource);
 
+  // Points from now on go to AArena, the ones already here with them: a
+  // loader's millions of points in a few large blocks (see TvxLargeBlock).
+  void UseArena(const std::shared_ptr<TvxBulkArena>& AArena);
+
   void BeginUpdate() { FUpdates.BeginUpdate(); }
   void EndUpdate() { FUpdates.EndUpdate(); }
   // Fires OnChanged, or remembers to when the last update bracket closes.
@@ -110,7 +115,7 @@ public:
 private:
   friend class TvxMapControlGeoPointItem;
 
-  std::vector<TvxMapControlGeoPoint> FPoints;
+  std::vector<TvxMapControlGeoPoint, TvxBulkAllocator<TvxMapControlGeoPoint>> FPoints;
   TvxUpdateCounter FUpdates;
 };
 

@@ -13,6 +13,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <cmath>
 #include <optional>
 
 namespace
@@ -378,6 +379,65 @@ private Q_SLOTS:
     Write("places.cpg", "UTF-8\n");
     Map.Layer->LoadFromFile(Dir.filePath("places.shp"));
     QCOMPARE(Map.Attribute(0, "NAME").toString(), Windows);
+  }
+
+  void bigFilesFromDiskReadAsFromMemory()
+  {
+    // Beyond 2 MB a file is read into a large block and the points go to
+    // one arena: the items must be the ones the same bytes give from memory,
+    // must stay valid once the load is over, and must take edits.
+    QList<QPointF> Ring;
+    for (int I = 0; I < 40000; ++I)
+      Ring.append(QPointF(I * 1e-4, std::sin(I * 1e-3)));
+    Ring.append(Ring.first());
+    TShpBuilder Builder;
+    QList<QByteArray> Names;
+    for (int Record = 1; Record <= 4; ++Record)
+    {
+      Builder.Record(Record, Record % 2 ? 5 : 3, PolyContent({0, 10000}, Ring));
+      Names.append(QByteArray::number(Record));
+    }
+    const QByteArray Shapes = Builder.Bytes();
+    QVERIFY(Shapes.size() > (2 << 20));
+    const QByteArray Table = NameTable(Names);
+
+    QTemporaryDir Dir;
+    auto Write = [&Dir](const QString& AName, const QByteArray& AData) {
+      QFile File(Dir.filePath(AName));
+      return File.open(QIODevice::WriteOnly) && File.write(AData) == AData.size();
+    };
+    QVERIFY(Write("big.shp", Shapes) && Write("big.dbf", Table));
+    TShapeLayer FromMemory, FromDisk;
+    QVERIFY(FromMemory.Load(Shapes, Table));
+    FromDisk.Layer->SetFileType(miftShape);
+    FromDisk.Layer->LoadFromFile(Dir.filePath("big.shp"));
+    QVERIFY2(FromDisk.Layer->Active(), qPrintable(FromDisk.Layer->LastError()));
+    QCOMPARE(FromDisk.Count(), 4);
+    for (int I = 0; I < 4; ++I)
+    {
+      const auto* Path = FromDisk.Item<TvxMapPath>(I);
+      QCOMPARE(Path->Segments().Count(), 2);
+      for (int Segment = 0; Segment < 2; ++Segment)
+        QCOMPARE(SegmentPoints(Path, Segment), SegmentPoints(FromMemory.Item<TvxMapPath>(I), Segment));
+      QCOMPARE(FromDisk.Attribute(I, "NAME"), FromMemory.Attribute(I, "NAME"));
+    }
+    TvxMapControlGeoPointCollection& Edited = FromDisk.Item<TvxMapPath>(2)->Segments().Items(1)->GeoPoints();
+    Edited.Add(TvxMapControlGeoPoint::Create(45, 9));
+    Edited.Delete(0);
+    QCOMPARE(Edited.Count(), 30001);
+    QCOMPARE(Edited.Items(0)->Longitude(), Ring[10001].x());
+    QCOMPARE(Edited.Items(30000)->Latitude(), 45.0);
+    FromDisk.Layer->MapItems().Delete(0);
+    QCOMPARE(SegmentPoints(FromDisk.Item<TvxMapPath>(0), 0), SegmentPoints(FromMemory.Item<TvxMapPath>(1), 0));
+
+    // Cut inside the last record on disk: the reason a cut in memory gives.
+    const QByteArray Cut = Shapes.left(Shapes.size() - 100);
+    QVERIFY(Write("big.shp", Cut));
+    QVERIFY(!FromMemory.Load(Cut, Table));
+    FromDisk.Layer->LoadFromFile(Dir.filePath("big.shp"));
+    QVERIFY(!FromDisk.Layer->Active());
+    QCOMPARE(FromDisk.Count(), 0);
+    QCOMPARE(FromDisk.Layer->LastError(), FromMemory.Layer->LastError());
   }
 
   void badFilesLeaveTheLayerEmpty()

@@ -212,6 +212,21 @@ void TestMapMultiPointItems::geoPointCollection()
   QCOMPARE(CopyChanges, 2);
   QCOMPARE(Copy.Count(), 5);
   QCOMPARE(Copy.Items(4)->Longitude(), 10.0);
+
+  // Moved to an arena, the points stay and new ones go there; a copy made
+  // from them is the copy's own.
+  auto Arena = std::make_shared<TvxBulkArena>(4096);
+  Points.UseArena(Arena);
+  QCOMPARE(Points.Count(), 5);
+  QCOMPARE(Points.Items(4)->Longitude(), 10.0);
+  QCOMPARE(Arena->Used(), 5 * sizeof(TvxMapControlGeoPoint));
+  Points.AddRange(3, [](size_t AIndex) { return Geo(20 + double(AIndex), 0); });
+  QVERIFY(Arena->Used() >= 8 * sizeof(TvxMapControlGeoPoint));
+  Copy.Assign(Points);
+  Arena.reset();
+  Points.Clear();
+  QCOMPARE(Copy.Count(), 8);
+  QCOMPARE(Copy.Items(7)->Latitude(), 22.0);
 }
 
 void TestMapMultiPointItems::panAndZoomReprojectNothing()
