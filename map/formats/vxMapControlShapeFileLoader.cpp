@@ -192,8 +192,9 @@ void TvxMapControlShapeFileLoader::LoadFromStream(QIODevice& AShapes, QIODevice&
       Encoding = TvxTextEncoding::Create(65001);
   }
 
-  // Each point takes at least 16 bytes of the file and 16 in memory: the
-  // file's size is room enough for all of them.
+  // Each point takes at least 16 bytes of the file, 16 in memory and 16 more
+  // once projected for the map: twice the file's size is room for both.
+  // Only what is used is ever backed by memory.
   const qint64 ShapesSize = AShapes.size();
   TvxShapeFileInfo Shapes;
   Shapes.LoadFromStream(AShapes);
@@ -207,7 +208,7 @@ void TvxMapControlShapeFileLoader::LoadFromStream(QIODevice& AShapes, QIODevice&
     const TvxDbfFileInfo*& Table;
     ~TTableReset() { Table = nullptr; }
   } TableReset{FTable};
-  FPointArena = std::make_shared<TvxBulkArena>(size_t(std::max<qint64>(ShapesSize, 0)));
+  FPointArena = std::make_shared<TvxBulkArena>(size_t(std::max<qint64>(ShapesSize, 0)) * 2);
   struct TArenaReset
   {
     std::shared_ptr<TvxBulkArena>& Arena;

@@ -453,10 +453,17 @@ const TvxMapControlGeoPointCollection* TvxMapCustomMultiPointItemViewInfo::GetGe
 
 void TvxMapCustomMultiPointItemViewInfo::GeoPointsToMapPoints(const TvxCustomMapItemLayer* ALayer,
                                                               const TvxMapControlGeoPointCollection* AGeoPoints,
-                                                              std::vector<TvxPointDouble>& AMapPoints, bool AClosed,
+                                                              TMapPoints& AMapPoints, bool AClosed,
                                                               TvxRectDouble& ABounds)
 {
   const size_t Count = AGeoPoints && ALayer && AGeoPoints->Count() >= 2 ? size_t(AGeoPoints->Count()) : 0;
+  // Map points live and die with the geo points: a loaded layer's go to
+  // its arena too, the first time they are made.
+  if (AGeoPoints && AMapPoints.get_allocator().Arena() != AGeoPoints->Arena() && AMapPoints.capacity() < Count + 1)
+  {
+    TMapPoints Fresh{TvxBulkAllocator<TvxPointDouble>(AGeoPoints->Arena())};
+    AMapPoints.swap(Fresh);
+  }
   AMapPoints.clear();
   AMapPoints.reserve(Count + (AClosed && Count > 0 ? 1 : 0));
   // Map units run from 0 to 1; bounds without points stay (1, 1, -1, -1).

@@ -104,6 +104,7 @@ public:
   // Points from now on go to AArena, the ones already here with them: a
   // loader's millions of points in a few large blocks (see TvxLargeBlock).
   void UseArena(const std::shared_ptr<TvxBulkArena>& AArena);
+  std::shared_ptr<TvxBulkArena> Arena() const { return FPoints.get_allocator().Arena(); }
 
   void BeginUpdate() { FUpdates.BeginUpdate(); }
   void EndUpdate() { FUpdates.EndUpdate(); }
@@ -272,7 +273,9 @@ public:
 
   // Bounds in map units; (1, 1, -1, -1) without points, which a union ignores.
   const TvxRectDouble& MapBounds() const { return FMapBounds; }
-  const std::vector<TvxPointDouble>& MapPoints() const { return FMapPoints; }
+  // Kept where the item's geo points are: beside them in a loader's arena.
+  using TMapPoints = std::vector<TvxPointDouble, TvxBulkAllocator<TvxPointDouble>>;
+  const TMapPoints& MapPoints() const { return FMapPoints; }
   const QPolygon& ScreenPoints() const { return FScreenPoints; }
   // The shape is bigger than the clippers' threshold and is drawn clipped.
   bool CheckIntersections() const { return FCheckIntersections; }
@@ -288,7 +291,7 @@ public:
   // finite place (NaN), give no map points at all.
   static void GeoPointsToMapPoints(const TvxCustomMapItemLayer* ALayer,
                                    const TvxMapControlGeoPointCollection* AGeoPoints,
-                                   std::vector<TvxPointDouble>& AMapPoints, bool AClosed, TvxRectDouble& ABounds);
+                                   TMapPoints& AMapPoints, bool AClosed, TvxRectDouble& ABounds);
   static bool CheckIntersectionsNeeded(const QRect& ABounds);
 
 protected:
@@ -300,7 +303,7 @@ protected:
   QPoint MapPointToScreen(const TvxPointDouble& APoint) const;
 
   TvxRectDouble FMapBounds{1, 1, -1, -1};
-  std::vector<TvxPointDouble> FMapPoints;
+  TMapPoints FMapPoints;
   // Reused from frame to frame; polylines cut it to the kept points.
   QPolygon FScreenPoints;
   bool FCheckIntersections = false;

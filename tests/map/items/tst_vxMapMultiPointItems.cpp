@@ -285,6 +285,23 @@ void TestMapMultiPointItems::panAndZoomReprojectNothing()
   Polyline->GeoPoints().Items(3)->SetLongitude(Zigzag[3].Longitude + 1);
   QCOMPARE(TCountingProjection::Calls, 40);
   QCOMPARE(Points(Line->ScreenPoints()), Reprojected(Map.Layer, Line));
+
+  // Points a loader put in an arena are projected into it too, once: moving
+  // a point projects again into the same room.
+  auto Arena = std::make_shared<TvxBulkArena>(1 << 16);
+  auto* Loaded = Map.Layer->AddItem<TvxMapPath>();
+  TvxMapControlGeoPointCollection& LoadedRing = Loaded->Segments().Add()->GeoPoints();
+  LoadedRing.UseArena(Arena);
+  LoadedRing.AddRange(Outer);
+  QVERIFY(Map.IsListed(Loaded));
+  const auto* LoadedView = static_cast<TvxMapPathPolygonViewInfo*>(Loaded->ViewInfo())->SegmentViewInfo(0);
+  QCOMPARE(LoadedView->MapPoints().get_allocator().Arena(), Arena);
+  QCOMPARE(LoadedView->MapPoints().size(), Outer.size() + 1);
+  const size_t Used = Arena->Used();
+  LoadedRing.Items(1)->SetLongitude(Outer[1].Longitude + 1);
+  QVERIFY(Map.IsListed(Loaded));
+  QCOMPARE(Arena->Used(), Used);
+  QCOMPARE(Points(LoadedView->ScreenPoints()), Reprojected(Map.Layer, LoadedView));
 }
 
 void TestMapMultiPointItems::clippingThreshold()
@@ -406,8 +423,8 @@ void TestMapMultiPointItems::pointsBeyondTheWorldWrapOrClamp()
   for (const auto& [Item, Twin] : Pairs)
   {
     QVERIFY(Map.IsListed(Item));
-    const std::vector<TvxPointDouble>& Units = Shape(Item)->MapPoints();
-    const std::vector<TvxPointDouble>& Expected = Shape(Twin)->MapPoints();
+    const auto& Units = Shape(Item)->MapPoints();
+    const auto& Expected = Shape(Twin)->MapPoints();
     QCOMPARE(Units.size(), Expected.size());
     for (size_t I = 0; I < Units.size(); ++I)
       QVERIFY(std::abs(Units[I].X - Expected[I].X) < 1e-12 && std::abs(Units[I].Y - Expected[I].Y) < 1e-12);
