@@ -43,11 +43,25 @@ void AddPolyline(QPainterPath& APath, const QPoint* APoints, qsizetype ACount)
     APath.lineTo(APoints[I]);
 }
 
-void AddRing(QPainterPath& APath, const QPolygon& ARing)
+void AddRing(QPainterPath& APath, const QPoint* APoints, qsizetype ACount)
 {
-  AddPolyline(APath, ARing.constData(), ARing.size());
-  if (ARing.size() >= 2)
+  AddPolyline(APath, APoints, ACount);
+  if (ACount >= 2)
     APath.closeSubpath();
+}
+
+// Room for ACount in AVector, in AArena when AVector is not there and must
+// grow anyway: points made from a loader's points live beside them.
+template <class T>
+void ReserveIn(std::vector<T, TvxBulkAllocator<T>>& AVector, const std::shared_ptr<TvxBulkArena>& AArena,
+               size_t ACount)
+{
+  if (AVector.capacity() < ACount && AVector.get_allocator().Arena() != AArena)
+  {
+    std::vector<T, TvxBulkAllocator<T>> Fresh{TvxBulkAllocator<T>(AArena)};
+    AVector.swap(Fresh);
+  }
+  AVector.reserve(ACount);
 }
 
 QPen BorderPen(const TvxMapItemStyle& AStyle, int AWidth)
@@ -457,15 +471,9 @@ void TvxMapCustomMultiPointItemViewInfo::GeoPointsToMapPoints(const TvxCustomMap
                                                               TvxRectDouble& ABounds)
 {
   const size_t Count = AGeoPoints && ALayer && AGeoPoints->Count() >= 2 ? size_t(AGeoPoints->Count()) : 0;
-  // Map points live and die with the geo points: a loaded layer's go to
-  // its arena too, the first time they are made.
-  if (AGeoPoints && AMapPoints.get_allocator().Arena() != AGeoPoints->Arena() && AMapPoints.capacity() < Count + 1)
-  {
-    TMapPoints Fresh{TvxBulkAllocator<TvxPointDouble>(AGeoPoints->Arena())};
-    AMapPoints.swap(Fresh);
-  }
   AMapPoints.clear();
-  AMapPoints.reserve(Count + (AClosed && Count > 0 ? 1 : 0));
+  if (AGeoPoints)
+    ReserveIn(AMapPoints, AGeoPoints->Arena(), Count + (AClosed && Count > 0 ? 1 : 0));
   // Map units run from 0 to 1; bounds without points stay (1, 1, -1, -1).
   double MinX = 1.0, MinY = 1.0, MaxX = 0.0, MaxY = 0.0;
   // Projected a block at a time straight from the collection's points; the
@@ -540,7 +548,8 @@ void TvxMapCustomPolygonViewInfo::DoCalculateCachedBounds()
   }
   FMapArea = Sum / 2;
   FMapCenterPoint = FMapArea != 0 ? TvxPointDouble(SumX / (FMapArea * 6), SumY / (FMapArea * 6)) : vxNullPointDouble;
-  FScreenPoints.resize(qsizetype(FMapPoints.size()));
+  ReserveIn(FScreenPoints, FMapPoints.get_allocator().Arena(), FMapPoints.size());
+  FScreenPoints.resize(FMapPoints.size());
 }
 
 void TvxMapCustomPolygonViewInfo::CalculateScreenBounds()
@@ -550,7 +559,7 @@ void TvxMapCustomPolygonViewInfo::CalculateScreenBounds()
   FMaxTitleSize = vxSizeDouble(FMapBounds.Width * Scale.X, FMapBounds.Height * Scale.Y);
   FCheckIntersections = false;
   FVisiblePolygons.clear();
-  if (FScreenPoints.isEmpty())
+  if (FScreenPoints.empty())
   {
     FBounds = QRect();
     return;
@@ -573,12 +582,12 @@ void TvxMapCustomPolygonViewInfo::CalculateScreenBounds()
     CalculateVisiblePolygons(FScreenPoints, ClipBounds(), FVisiblePolygons);
 }
 
-void TvxMapCustomPolygonViewInfo::CalculateVisiblePolygons(const QPolygon& APoints, const QRect& ARect,
+void TvxMapCustomPolygonViewInfo::CalculateVisiblePolygons(std::span<const QPoint> APoints, const QRect& ARect,
                                                            std::vector<QPolygon>& APolygons)
 {
-  FClipSubject.resize(size_t(APoints.size()));
-  for (qsizetype I = 0; I < APoints.size(); ++I)
-    FClipSubject[size_t(I)] = TvxPointDouble(APoints[I].x(), APoints[I].y());
+  FClipSubject.resize(APoints.size());
+  for (size_t I = 0; I < APoints.size(); ++I)
+    FClipSubject[I] = TvxPointDouble(APoints[I].x(), APoints[I].y());
   // Inclusive edges, as the polyline clipper takes them.
   const double L = ARect.left(), T = ARect.top(), R = ARect.right(), B = ARect.bottom();
   const TvxPointDouble Clip[] = {{L, T}, {R, T}, {R, B}, {L, B}, {L, T}};
@@ -596,7 +605,7 @@ void TvxMapCustomPolygonViewInfo::CalculateVisiblePolygons(const QPolygon& APoin
 
 bool TvxMapCustomPolygonViewInfo::DoCanBeVisible()
 {
-  if (FScreenPoints.isEmpty())
+  if (FScreenPoints.empty())
     return false;
   const TvxCustomMapItemLayer* L = Layer();
   // A polygon of a pixel or less in either direction is not drawn.
@@ -612,10 +621,10 @@ void TvxMapCustomPolygonViewInfo::AddToPath(QPainterPath& APath) const
   if (FCheckIntersections)
   {
     for (const QPolygon& Polygon : FVisiblePolygons)
-      AddRing(APath, Polygon);
+      AddRing(APath, Polygon.constData(), Polygon.size());
   }
   else
-    AddRing(APath, FScreenPoints);
+    AddRing(APath, FScreenPoints.data(), qsizetype(FScreenPoints.size()));
 }
 
 QRect TvxMapCustomPolygonViewInfo::DoCalculateTitleBounds()
@@ -642,7 +651,8 @@ bool TvxMapCustomPolygonViewInfo::IsTitleOutOfBounds()
 void TvxMapPolylineViewInfo::DoCalculateCachedBounds()
 {
   GeoPointsToMapPoints(Layer(), GetGeoPoints(), FMapPoints, false, FMapBounds);
-  FScreenPoints.resize(qsizetype(FMapPoints.size()));
+  ReserveIn(FScreenPoints, FMapPoints.get_allocator().Arena(), FMapPoints.size());
+  FScreenPoints.resize(FMapPoints.size());
 }
 
 void TvxMapPolylineViewInfo::CalculateScreenBounds()
@@ -659,9 +669,9 @@ void TvxMapPolylineViewInfo::CalculateScreenBounds()
   {
     // A zoom: every point projected to the screen again, and a point that
     // lands on the pixel of the one before it is dropped.
-    FScreenPoints.resize(qsizetype(FMapPoints.size()));
+    FScreenPoints.resize(FMapPoints.size());
     QPoint* Out = FScreenPoints.data();
-    qsizetype Kept = 0;
+    size_t Kept = 0;
     for (const TvxPointDouble& M : FMapPoints)
     {
       const QPoint P = ScreenPoint(L, M);
@@ -685,12 +695,11 @@ void TvxMapPolylineViewInfo::CalculateScreenBounds()
       Extend(P);
     }
   }
-  FBounds = FScreenPoints.isEmpty() ? QRect() : QRect(QPoint(MinX, MinY), QPoint(MaxX, MaxY));
+  FBounds = FScreenPoints.empty() ? QRect() : QRect(QPoint(MinX, MinY), QPoint(MaxX, MaxY));
   FCheckIntersections = CheckIntersectionsNeeded(FBounds);
   FVisiblePolylines.clear();
   if (FCheckIntersections)
-    vxClipPolylineByRect(std::span<const QPoint>(FScreenPoints.constData(), size_t(FScreenPoints.size())),
-                         ClipBounds(), FVisiblePolylines);
+    vxClipPolylineByRect(FScreenPoints, ClipBounds(), FVisiblePolylines);
 }
 
 bool TvxMapPolylineViewInfo::DoCanBeVisible()
@@ -711,7 +720,7 @@ void TvxMapPolylineViewInfo::AddToPath(QPainterPath& APath) const
       AddPolyline(APath, Polyline.data(), qsizetype(Polyline.size()));
   }
   else
-    AddPolyline(APath, FScreenPoints.constData(), FScreenPoints.size());
+    AddPolyline(APath, FScreenPoints.data(), qsizetype(FScreenPoints.size()));
 }
 
 void TvxMapPolylineViewInfo::DoPaint(TvxMapControlPainter& APainter)
@@ -727,8 +736,8 @@ void TvxMapPolylineViewInfo::DoPaint(TvxMapControlPainter& APainter)
     for (const std::vector<QPoint>& Polyline : FVisiblePolylines)
       Canvas.drawPolyline(Polyline.data(), int(Polyline.size()));
   }
-  else if (!FScreenPoints.isEmpty())
-    Canvas.drawPolyline(FScreenPoints);
+  else if (!FScreenPoints.empty())
+    Canvas.drawPolyline(FScreenPoints.data(), int(FScreenPoints.size()));
 }
 
 bool TvxMapPolylineViewInfo::PtInElement(const QPoint& APoint) const
@@ -747,8 +756,7 @@ bool TvxMapPolylineViewInfo::IsIntersect(const QRect& ARect)
   std::vector<std::vector<QPoint>> Pieces;
   if (!FCheckIntersections)
   {
-    vxClipPolylineByRect(std::span<const QPoint>(FScreenPoints.constData(), size_t(FScreenPoints.size())), ARect,
-                         Pieces);
+    vxClipPolylineByRect(FScreenPoints, ARect, Pieces);
     return !Pieces.empty();
   }
   for (const std::vector<QPoint>& Polyline : FVisiblePolylines)

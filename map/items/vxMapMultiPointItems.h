@@ -275,8 +275,9 @@ public:
   const TvxRectDouble& MapBounds() const { return FMapBounds; }
   // Kept where the item's geo points are: beside them in a loader's arena.
   using TMapPoints = std::vector<TvxPointDouble, TvxBulkAllocator<TvxPointDouble>>;
+  using TScreenPoints = std::vector<QPoint, TvxBulkAllocator<QPoint>>;
   const TMapPoints& MapPoints() const { return FMapPoints; }
-  const QPolygon& ScreenPoints() const { return FScreenPoints; }
+  const TScreenPoints& ScreenPoints() const { return FScreenPoints; }
   // The shape is bigger than the clippers' threshold and is drawn clipped.
   bool CheckIntersections() const { return FCheckIntersections; }
   virtual const TvxMapControlGeoPointCollection* GetGeoPoints() const;
@@ -305,7 +306,7 @@ protected:
   TvxRectDouble FMapBounds{1, 1, -1, -1};
   TMapPoints FMapPoints;
   // Reused from frame to frame; polylines cut it to the kept points.
-  QPolygon FScreenPoints;
+  TScreenPoints FScreenPoints;
   bool FCheckIntersections = false;
 };
 
@@ -328,7 +329,7 @@ protected:
   bool IsTitleOutOfBounds() override;
   // The title placed on this shape: its own, or its path's.
   virtual TvxMapItemTextViewInfo* TitleElement() const { return GetTitle(); }
-  void CalculateVisiblePolygons(const QPolygon& APoints, const QRect& ARect, std::vector<QPolygon>& APolygons);
+  void CalculateVisiblePolygons(std::span<const QPoint> APoints, const QRect& ARect, std::vector<QPolygon>& APolygons);
 
   double FMapArea = 0;
   std::vector<QPolygon> FVisiblePolygons;

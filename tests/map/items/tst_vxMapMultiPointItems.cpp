@@ -158,9 +158,10 @@ QList<QPoint> Reprojected(const TvxMapLayer* ALayer, const TvxMapCustomMultiPoin
   return Result;
 }
 
-QList<QPoint> Points(const QPolygon& APolygon)
+template <class TPoints>
+QList<QPoint> Points(const TPoints& APoints)
 {
-  return QList<QPoint>(APolygon.cbegin(), APolygon.cend());
+  return QList<QPoint>(APoints.cbegin(), APoints.cend());
 }
 } // namespace
 
@@ -260,7 +261,7 @@ void TestMapMultiPointItems::panAndZoomReprojectNothing()
 
   auto* Line = static_cast<TvxMapCustomMultiPointItemViewInfo*>(Polyline->ViewInfo());
   const auto* Ring = static_cast<TvxMapPathPolygonViewInfo*>(Path->ViewInfo())->SegmentViewInfo(0);
-  const QPoint* Storage = Line->ScreenPoints().constData();
+  const QPoint* Storage = Line->ScreenPoints().data();
   const QList<QPoint> Before = Points(Line->ScreenPoints());
   const QList<QPoint> RingBefore = Points(Ring->ScreenPoints());
   QCOMPARE(Before, Reprojected(Map.Layer, Line));
@@ -273,13 +274,13 @@ void TestMapMultiPointItems::panAndZoomReprojectNothing()
     P -= QPoint(37, -23);
   QCOMPARE(Points(Line->ScreenPoints()), Moved);
   QCOMPARE(Points(Line->ScreenPoints()), Reprojected(Map.Layer, Line));
-  QCOMPARE(Ring->ScreenPoints().first(), RingBefore.first() - QPoint(37, -23));
+  QCOMPARE(Ring->ScreenPoints().front(), RingBefore.first() - QPoint(37, -23));
 
   Map.Control.SetZoomLevel(5);
   QCOMPARE(TCountingProjection::Calls, 0);
   QCOMPARE(Points(Line->ScreenPoints()), Reprojected(Map.Layer, Line));
   QCOMPARE(Points(Ring->ScreenPoints()), Reprojected(Map.Layer, Ring));
-  QVERIFY(Line->ScreenPoints().constData() == Storage);
+  QVERIFY(Line->ScreenPoints().data() == Storage);
 
   // A geometry change projects that item again, and nothing else.
   Polyline->GeoPoints().Items(3)->SetLongitude(Zigzag[3].Longitude + 1);
@@ -296,6 +297,7 @@ void TestMapMultiPointItems::panAndZoomReprojectNothing()
   QVERIFY(Map.IsListed(Loaded));
   const auto* LoadedView = static_cast<TvxMapPathPolygonViewInfo*>(Loaded->ViewInfo())->SegmentViewInfo(0);
   QCOMPARE(LoadedView->MapPoints().get_allocator().Arena(), Arena);
+  QCOMPARE(LoadedView->ScreenPoints().get_allocator().Arena(), Arena);
   QCOMPARE(LoadedView->MapPoints().size(), Outer.size() + 1);
   const size_t Used = Arena->Used();
   LoadedRing.Items(1)->SetLongitude(Outer[1].Longitude + 1);
@@ -348,7 +350,7 @@ void TestMapMultiPointItems::degenerateShapes()
   auto* Tiny = Map.Add<TvxMapPolyline>({Dot, Geo(Dot.Latitude + 0.01, Dot.Longitude + 0.01)});
   auto* Flat = Map.Add<TvxMapPolyline>(Map.Line({{20, 100}, {200, 100}}));
   auto* FlatPolygon = Map.Add<TvxMapPolygon>(Map.Line({{20, 130}, {120, 130}, {200, 130}}));
-  QVERIFY(static_cast<TvxMapPolylineViewInfo*>(Tiny->ViewInfo())->ScreenPoints().isEmpty());
+  QVERIFY(static_cast<TvxMapPolylineViewInfo*>(Tiny->ViewInfo())->ScreenPoints().empty());
   QVERIFY(Tiny->ViewInfo()->Bounds().isEmpty());
   QVERIFY(Map.IsListed(Tiny));
   QVERIFY(Map.IsListed(Flat));
