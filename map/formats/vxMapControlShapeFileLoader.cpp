@@ -4,6 +4,7 @@
 #include "vxMapPointItems.h"
 
 #include <QDate>
+#include <QScopeGuard>
 
 #include <algorithm>
 #include <charconv>
@@ -203,17 +204,12 @@ void TvxMapControlShapeFileLoader::LoadFromStream(QIODevice& AShapes, QIODevice&
 
   const auto& Rows = Table.Records();
   FTable = &Table;
-  struct TTableReset
-  {
-    const TvxDbfFileInfo*& Table;
-    ~TTableReset() { Table = nullptr; }
-  } TableReset{FTable};
   FPointArena = std::make_shared<TvxBulkArena>(size_t(std::max<qint64>(ShapesSize, 0)) * 2);
-  struct TArenaReset
-  {
-    std::shared_ptr<TvxBulkArena>& Arena;
-    ~TArenaReset() { Arena.reset(); }
-  } ArenaReset{FPointArena};
+  // Both belong to this load only; the items keep the arena alive.
+  const auto Reset = qScopeGuard([this] {
+    FTable = nullptr;
+    FPointArena.reset();
+  });
   TUpdateBracket<TvxMapItems> Update(*FMapItems);
   TConvertersScope Converters(this);
   const TvxMapControlShapeFileRecordsConverterFactory& Factory = vxShapeFileRecordsConverterFactory();
